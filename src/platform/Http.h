@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QPair>
+#include <QUrl>
+
+#include <chrono>
+#include <optional>
+
+namespace limitra::platform {
+
+struct HttpRequest
+{
+    QByteArray method = "GET";
+    QUrl url;
+    QList<QPair<QByteArray, QByteArray>> headers;
+    QByteArray body;
+    std::chrono::milliseconds timeout { 60000 };
+    // Ask caches on the way to go to the origin server.
+    bool bypassCache = false;
+};
+
+struct HttpResponse
+{
+    int status = 0;
+    QByteArray body;
+};
+
+// Blocking HTTPS over libcurl; call it from worker threads only. TLS is always
+// verified, redirects are never followed, the user's proxy variables apply.
+// Any transport failure (no route, TLS, time-out, cut connection) gives nothing.
+namespace Http {
+    // Once per process, before any thread sends a request.
+    void globalInit();
+    std::optional<HttpResponse> send(const HttpRequest& request);
+} // namespace Http
+
+} // namespace limitra::platform
