@@ -17,7 +17,8 @@ struct HttpRequest
     QList<QPair<QByteArray, QByteArray>> headers;
     QByteArray body;
     std::chrono::milliseconds timeout { 60000 };
-    // Ask caches on the way to go to the origin server.
+    // Kept for the caller's intent: libcurl has no response cache, so every
+    // request reaches the server whatever this says.
     bool bypassCache = false;
 };
 

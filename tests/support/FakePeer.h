@@ -36,7 +36,7 @@ struct RecordedRequest
     QByteArray method;
     QByteArray path; // without the query
     QByteArray query;
-    QList<QPair<QByteArray, QByteArray>> headers; // names in lower case, in arrival order
+    QList<QPair<QByteArray, QByteArray>> headers; // names in lower case, sorted by name
     QByteArray body;
     std::chrono::steady_clock::time_point arrivedAt;
     std::chrono::steady_clock::time_point answeredAt; // when the answer left (Respond only)
