@@ -6,6 +6,7 @@
 
 #include <QFuture>
 #include <QObject>
+#include <QThreadPool>
 #include <QTimer>
 
 #include <functional>
@@ -89,6 +90,8 @@ private:
     double m_now = 0;
     double m_lastRefresh;
     QTimer m_tickTimer;
+    // Its own threads, so both fetches overlap even on a single-core machine.
+    QThreadPool m_pool;
 };
 
 } // namespace limitra
