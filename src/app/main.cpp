@@ -1,5 +1,6 @@
-// Entry point; the modes are wired in Entry.
-int main()
+#include "app/Entry.h"
+
+int main(int argc, char** argv)
 {
-    return 0;
+    return limitra::Entry::main(argc, argv);
 }

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+class QTextStream;
+
+namespace limitra {
+
+namespace platform {
+struct Environment;
+}
+
+// The process entry: picks one of the three ways to run from the argument list.
+namespace Entry {
+enum class Mode {
+    Check, // fetch both services once and print the report
+    Snapshot, // render the panel into a PNG file
+    Application, // the tray application
+};
+
+struct Choice
+{
+    Mode mode = Mode::Application;
+    QString snapshotPath; // only for Mode::Snapshot
+};
+
+// "--check" anywhere (the program path included) wins; otherwise the first
+// "--snapshot" takes the element after it as the path; a "--snapshot"
+// without a path, like no option at all, starts the application.
+Choice choose(const QStringList& arguments);
+
+// Runs the chosen mode to its end. The exit status is always 0.
+int main(int argc, char** argv);
+
+// Fetches Claude and Codex concurrently on worker threads, waits for Claude
+// then Codex, and writes the report to `out`. Blocking: call it off the
+// main thread.
+void runCheck(const platform::Environment& env, QTextStream& out);
+} // namespace Entry
+
+} // namespace limitra
