@@ -8,112 +8,115 @@
 namespace limitra::FormatUtil {
 
 namespace {
-    constexpr double kTwoTo63 = 9223372036854775808.0;
-    constexpr std::int64_t kSecondsPerDay = 86400;
+constexpr double kTwoTo63 = 9223372036854775808.0;
+constexpr std::int64_t kSecondsPerDay = 86400;
 
-    // Truncates toward zero; values beyond the 64-bit range saturate and NaN
-    // counts as zero, so absurd moments give absurd texts but never UB.
-    std::int64_t wholeSeconds(double seconds)
+// Truncates toward zero; values beyond the 64-bit range saturate and NaN
+// counts as zero, so absurd moments give absurd texts but never UB.
+std::int64_t wholeSeconds(double seconds)
+{
+    if (std::isnan(seconds))
+        return 0;
+    if (seconds >= kTwoTo63)
+        return std::numeric_limits<std::int64_t>::max();
+    if (seconds < -kTwoTo63)
+        return std::numeric_limits<std::int64_t>::min();
+    return static_cast<std::int64_t>(seconds);
+}
+
+// Days since 1970-01-01 of a proleptic Gregorian date.
+std::int64_t daysFromCivil(std::int64_t y, int m, int d)
+{
+    y -= m <= 2;
+    const std::int64_t era = (y >= 0 ? y : y - 399) / 400;
+    const std::int64_t yoe = y - era * 400;
+    const std::int64_t doy = (153 * (m > 2 ? m - 3 : m + 9) + 2) / 5 + d - 1;
+    const std::int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+    return era * 146097 + doe - 719468;
+}
+
+struct CivilDate
+{
+    std::int64_t year;
+    int month;
+    int day;
+};
+
+CivilDate civilFromDays(std::int64_t z)
+{
+    z += 719468;
+    const std::int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+    const std::int64_t doe = z - era * 146097;
+    const std::int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+    const std::int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+    const std::int64_t mp = (5 * doy + 2) / 153;
+    const int day = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
+    const int month = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
+    return { yoe + era * 400 + (month <= 2), month, day };
+}
+
+bool isLeapYear(int y)
+{
+    return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+}
+
+int daysInMonth(int y, int m)
+{
+    static constexpr int kDays[] = { 31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31 };
+    return m == 2 && isLeapYear(y) ? 29 : kDays[m - 1];
+}
+
+// A strict left-to-right reader of the internet date-time grammar.
+class Reader
+{
+public:
+    explicit Reader(QStringView text)
+        : m_text(text)
     {
-        if (std::isnan(seconds))
-            return 0;
-        if (seconds >= kTwoTo63)
-            return std::numeric_limits<std::int64_t>::max();
-        if (seconds < -kTwoTo63)
-            return std::numeric_limits<std::int64_t>::min();
-        return static_cast<std::int64_t>(seconds);
     }
 
-    // Days since 1970-01-01 of a proleptic Gregorian date.
-    std::int64_t daysFromCivil(std::int64_t y, int m, int d)
+    bool atEnd() const { return m_pos == m_text.size(); }
+
+    bool literal(char c)
     {
-        y -= m <= 2;
-        const std::int64_t era = (y >= 0 ? y : y - 399) / 400;
-        const std::int64_t yoe = y - era * 400;
-        const std::int64_t doy = (153 * (m > 2 ? m - 3 : m + 9) + 2) / 5 + d - 1;
-        const std::int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-        return era * 146097 + doe - 719468;
+        if (atEnd() || m_text[m_pos] != QLatin1Char(c))
+            return false;
+        ++m_pos;
+        return true;
     }
 
-    struct CivilDate
+    bool peekDigit() const { return !atEnd() && m_text[m_pos] >= u'0' && m_text[m_pos] <= u'9'; }
+
+    // Exactly `count` ASCII digits, in [low, high].
+    bool number(int count, int low, int high, int& out)
     {
-        std::int64_t year;
-        int month;
-        int day;
-    };
-
-    CivilDate civilFromDays(std::int64_t z)
-    {
-        z += 719468;
-        const std::int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-        const std::int64_t doe = z - era * 146097;
-        const std::int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-        const std::int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-        const std::int64_t mp = (5 * doy + 2) / 153;
-        const int day = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
-        const int month = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
-        return { yoe + era * 400 + (month <= 2), month, day };
-    }
-
-    bool isLeapYear(int y) { return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0; }
-
-    int daysInMonth(int y, int m)
-    {
-        static constexpr int kDays[] = { 31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31 };
-        return m == 2 && isLeapYear(y) ? 29 : kDays[m - 1];
-    }
-
-    // A strict left-to-right reader of the internet date-time grammar.
-    class Reader
-    {
-    public:
-        explicit Reader(QStringView text)
-            : m_text(text)
-        {
-        }
-
-        bool atEnd() const { return m_pos == m_text.size(); }
-
-        bool literal(char c)
-        {
-            if (atEnd() || m_text[m_pos] != QLatin1Char(c))
+        int value = 0;
+        for (int k = 0; k < count; ++k) {
+            if (!peekDigit())
                 return false;
-            ++m_pos;
-            return true;
+            value = value * 10 + (m_text[m_pos++].unicode() - u'0');
         }
+        out = value;
+        return value >= low && value <= high;
+    }
 
-        bool peekDigit() const { return !atEnd() && m_text[m_pos] >= u'0' && m_text[m_pos] <= u'9'; }
+    // One or more digits after the decimal point, as a fraction of a second.
+    bool fraction(double& out)
+    {
+        QString decimal = QStringLiteral("0.");
+        while (peekDigit())
+            decimal.append(m_text[m_pos++]);
+        if (decimal.size() == 2)
+            return false;
+        bool ok = false;
+        out = decimal.toDouble(&ok);
+        return ok;
+    }
 
-        // Exactly `count` ASCII digits, in [low, high].
-        bool number(int count, int low, int high, int& out)
-        {
-            int value = 0;
-            for (int k = 0; k < count; ++k) {
-                if (!peekDigit())
-                    return false;
-                value = value * 10 + (m_text[m_pos++].unicode() - u'0');
-            }
-            out = value;
-            return value >= low && value <= high;
-        }
-
-        // One or more digits after the decimal point, as a fraction of a second.
-        bool fraction(double& out)
-        {
-            QString decimal = QStringLiteral("0.");
-            while (peekDigit())
-                decimal.append(m_text[m_pos++]);
-            if (decimal.size() == 2)
-                return false;
-            bool ok = false;
-            out = decimal.toDouble(&ok);
-            return ok;
-        }
-
-    private:
-        QStringView m_text;
-        qsizetype m_pos = 0;
-    };
+private:
+    QStringView m_text;
+    qsizetype m_pos = 0;
+};
 } // namespace
 
 std::optional<double> parseISODate(const std::optional<QString>& text)
@@ -184,8 +187,8 @@ QString iso8601Fractional(double moment)
     const double clamped = std::isnan(moment) ? 0.0 : std::clamp(moment, kFirst, kLast);
     const auto millis = static_cast<std::int64_t>(std::floor(clamped * 1000.0 + 0.5));
     const std::int64_t seconds = millis >= 0 ? millis / 1000 : -((-millis + 999) / 1000);
-    const std::int64_t days = seconds >= 0 ? seconds / kSecondsPerDay
-                                           : -((-seconds + kSecondsPerDay - 1) / kSecondsPerDay);
+    const std::int64_t days
+        = seconds >= 0 ? seconds / kSecondsPerDay : -((-seconds + kSecondsPerDay - 1) / kSecondsPerDay);
     const std::int64_t ofDay = seconds - days * kSecondsPerDay;
     const CivilDate date = civilFromDays(days);
     const QLatin1Char zero('0');

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "model/PercentMode.h"
+
+#include <QList>
+
+namespace limitra {
+
+namespace platform {
+class Defaults;
+}
+
+// Settings helpers shared by the store, the views and the settings window.
+namespace AppSettings {
+// "used" only for the exact stored string "used"; anything else is remaining.
+PercentMode percentMode(const platform::Defaults& defaults);
+
+// The refresh intervals offered in the settings, in minutes, in order.
+const QList<int>& refreshIntervalOptions();
+
+// Registers or unregisters the program as started at login; false when
+// that could not be done. Nothing is stored in the settings.
+bool setLaunchAtLogin(bool enabled);
+} // namespace AppSettings
+
+} // namespace limitra
