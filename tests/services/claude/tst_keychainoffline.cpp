@@ -1,0 +1,145 @@
+// The secret store where there is none to reach: no session bus, a dead one, a
+// bus without a Secret Service, and a Secret Service that never answers.
+#include "platform/BusAddressProbe.h"
+#include "platform/LibsecretStore.h"
+#include "services/claude/KeychainHelper.h"
+
+#include <gio/gio.h>
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace limitra;
+
+namespace {
+
+// Runs the four helper operations; each must fail, all of them within `limitMs`.
+void expectNothingWithin(platform::SecretStore& store, qint64 limitMs)
+{
+    const QString service = QStringLiteral("Claude Code-credentials");
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(!KeychainHelper::read(store, service));
+    QVERIFY(!KeychainHelper::update(store, service, QStringLiteral("a"), "x"));
+    QVERIFY(!KeychainHelper::saveVerified(store, service, QStringLiteral("a"), "x"));
+    QVERIFY(!KeychainHelper::upsertOwn(store, service, QStringLiteral("a"), "x"));
+    QVERIFY2(timer.elapsed() < limitMs, qPrintable(QStringLiteral("%1 ms").arg(timer.elapsed())));
+}
+
+// Drops every method call it receives without an answer.
+GDBusMessage* swallowCalls(GDBusConnection*, GDBusMessage* message, gboolean incoming, gpointer)
+{
+    if (incoming && g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
+        g_object_unref(message);
+        return nullptr;
+    }
+    return message;
+}
+
+} // namespace
+
+class TestKeychainOffline : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir dir; // holds the private bus
+    QTemporaryDir emptyDir;
+    QProcess bus;
+    QByteArray busAddress;
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        // A private bus with no activatable services at all.
+        const QString config = dir.filePath(QStringLiteral("bus.conf"));
+        QFile file(config);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("<busconfig><type>session</type><listen>unix:path=" + dir.filePath("bus").toUtf8()
+                   + "</listen><auth>EXTERNAL</auth><policy context=\"default\">"
+                     "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
+                     "<allow own=\"*\"/></policy></busconfig>");
+        file.close();
+        bus.start(QStringLiteral("dbus-daemon"), { "--config-file=" + config, "--nofork", "--print-address=1" });
+        QVERIFY(bus.waitForReadyRead(10000));
+        busAddress = bus.readLine().trimmed();
+        QVERIFY(busAddress.startsWith("unix:"));
+    }
+    void cleanupTestCase()
+    {
+        bus.terminate();
+        bus.waitForFinished(5000);
+    }
+
+    void unreachableBusAnswersAtOnce_data()
+    {
+        QTest::addColumn<QByteArray>("address"); // empty: the variable is unset
+        QTest::addColumn<QByteArray>("runtimeDir");
+
+        QTcpServer closed;
+        QVERIFY(closed.listen(QHostAddress::LocalHost));
+        const QByteArray closedPort = QByteArray::number(closed.serverPort());
+        closed.close();
+        const QByteArray empty = emptyDir.path().toUtf8();
+        const QByteArray regularFile = dir.filePath(QStringLiteral("bus.conf")).toUtf8();
+
+        QTest::newRow("unset, no runtime dir") << QByteArray() << QByteArray();
+        QTest::newRow("unset, runtime dir without bus") << QByteArray() << empty;
+        QTest::newRow("dead socket") << QByteArray("unix:path=/nonexistent/limitra-test-bus") << empty;
+        QTest::newRow("path of a regular file") << "unix:path=" + regularFile << empty;
+        QTest::newRow("abstract name") << QByteArray("unix:abstract=/limitra/none") << empty;
+        QTest::newRow("closed tcp port") << "tcp:host=127.0.0.1,port=" + closedPort << empty;
+        QTest::newRow("unsupported transport") << QByteArray("autolaunch:") << empty;
+        QTest::newRow("garbage") << QByteArray("no address here") << empty;
+    }
+    void unreachableBusAnswersAtOnce()
+    {
+        QFETCH(QByteArray, address);
+        QFETCH(QByteArray, runtimeDir);
+        address.isEmpty() ? qunsetenv("DBUS_SESSION_BUS_ADDRESS") : qputenv("DBUS_SESSION_BUS_ADDRESS", address);
+        runtimeDir.isEmpty() ? qunsetenv("XDG_RUNTIME_DIR") : qputenv("XDG_RUNTIME_DIR", runtimeDir);
+        QVERIFY(!platform::BusAddressProbe::sessionBusAccepts());
+        platform::LibsecretStore store;
+        expectNothingWithin(store, 1000);
+    }
+
+    void busWithoutSecretServiceAnswersAtOnce()
+    {
+        qputenv("DBUS_SESSION_BUS_ADDRESS", busAddress);
+        platform::LibsecretStore store;
+        expectNothingWithin(store, 1000);
+    }
+
+    // A service that takes the name and never answers is cut off by the budget.
+    void silentSecretServiceIsCutOff()
+    {
+        qputenv("DBUS_SESSION_BUS_ADDRESS", busAddress);
+        GError* error = nullptr;
+        GDBusConnection* peer = g_dbus_connection_new_for_address_sync(
+            busAddress.constData(),
+            GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT
+                                 | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+            nullptr, nullptr, &error);
+        QVERIFY2(peer, error ? error->message : "");
+        GVariant* owned = g_dbus_connection_call_sync(
+            peer, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
+            g_variant_new("(su)", "org.freedesktop.secrets", 4u), nullptr, G_DBUS_CALL_FLAGS_NONE, 5000, nullptr,
+            &error);
+        QVERIFY2(owned, error ? error->message : "");
+        g_variant_unref(owned);
+        const guint filter = g_dbus_connection_add_filter(peer, swallowCalls, nullptr, nullptr);
+
+        platform::LibsecretStore store(std::chrono::milliseconds(300));
+        expectNothingWithin(store, 4 * 1500);
+
+        g_dbus_connection_remove_filter(peer, filter);
+        g_dbus_connection_close_sync(peer, nullptr, nullptr);
+        g_object_unref(peer);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestKeychainOffline)
+#include "tst_keychainoffline.moc"
