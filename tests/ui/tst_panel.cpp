@@ -108,6 +108,7 @@ private Q_SLOTS:
         h->settings().setPercentMode(mode);
         h->settle();
 
+        QVERIFY(onlyRow());
         QQuickItem* percent = h->find("percentText", onlyRow());
         QCOMPARE(textOf(percent), text);
         QCOMPARE(colourName(percent), textColour);
@@ -139,6 +140,7 @@ private Q_SLOTS:
         QFETCH(QString, detail);
 
         h->publish(usage({ limit }, kNow), {});
+        QVERIFY(onlyRow());
         QQuickItem* resetText = h->find("resetText", onlyRow());
         QQuickItem* detailText = h->find("detailText", onlyRow());
         QCOMPARE(resetText->isVisible() ? textOf(resetText) : QString(), reset);
