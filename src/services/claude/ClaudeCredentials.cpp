@@ -11,10 +11,10 @@
 namespace limitra::ClaudeProvider {
 
 namespace {
-    double expiresAt(const Lineage& lineage)
-    {
-        return platform::Json::number(lineage.oauth, u"expiresAt").value_or(0);
-    }
+double expiresAt(const Lineage& lineage)
+{
+    return platform::Json::number(lineage.oauth, u"expiresAt").value_or(0);
+}
 } // namespace
 
 QList<Lineage> loadLineages(const platform::Environment& env)
@@ -42,7 +42,7 @@ QList<Lineage> loadLineages(const platform::Environment& env)
         append(*bytes);
 
     std::stable_sort(lineages.begin(), lineages.end(),
-                     [](const Lineage& a, const Lineage& b) { return expiresAt(a) > expiresAt(b); });
+        [](const Lineage& a, const Lineage& b) { return expiresAt(a) > expiresAt(b); });
     return lineages;
 }
 

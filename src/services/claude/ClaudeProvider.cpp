@@ -4,65 +4,66 @@
 #include "platform/Http.h"
 #include "platform/Json.h"
 
-
 namespace limitra::ClaudeProvider {
 
 namespace {
-    using platform::Json::number;
-    using platform::Json::string;
+using platform::Json::number;
+using platform::Json::string;
 
-    const QString kNoCredentials = QStringLiteral(
-        "Sin credenciales de Claude Code. Abre `claude` en la Terminal e inicia sesión (/login).");
-    const QString kSessionExpired = QStringLiteral("Sesión de Claude Code expirada. Abre `claude` en la Terminal, "
-                                                   "ejecuta /login y luego pulsa ↻ aquí.");
+const QString kNoCredentials = QStringLiteral(
+    "Sin credenciales de Claude Code. Abre `claude` en la Terminal e inicia sesión (/login).");
+const QString kSessionExpired
+    = QStringLiteral("Sesión de Claude Code expirada. Abre `claude` en la Terminal, "
+                     "ejecuta /login y luego pulsa ↻ aquí.");
 
-    QString statusError(int status)
-    {
-        return QStringLiteral("No pude consultar el uso de Claude (HTTP %1).").arg(status);
-    }
+QString statusError(int status)
+{
+    return QStringLiteral("No pude consultar el uso de Claude (HTTP %1).").arg(status);
+}
 
-    // "max" is shown as "Max"; an empty or missing plan shows no badge.
-    std::optional<QString> planBadge(const QJsonObject& oauth)
-    {
-        const QString plan = string(oauth, u"subscriptionType").value_or(QString());
-        if (plan.isEmpty())
+// "max" is shown as "Max"; an empty or missing plan shows no badge.
+std::optional<QString> planBadge(const QJsonObject& oauth)
+{
+    const QString plan = string(oauth, u"subscriptionType").value_or(QString());
+    if (plan.isEmpty())
+        return std::nullopt;
+    const qsizetype first = plan.at(0).isHighSurrogate() && plan.size() > 1 ? 2 : 1;
+    return plan.left(first).toUpper() + plan.mid(first);
+}
+
+// Letters, marks and digits of any script travel as they are; every other
+// character becomes %XX per UTF-8 byte. Null when the text is not valid UTF-16.
+std::optional<QByteArray> percentEncoded(const QString& text)
+{
+    QByteArray out;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        char32_t c = text.at(i).unicode();
+        if (QChar::isHighSurrogate(c) && i + 1 < text.size() && text.at(i + 1).isLowSurrogate()) {
+            c = QChar::surrogateToUcs4(text.at(i), text.at(i + 1));
+            ++i;
+        } else if (QChar::isSurrogate(c)) {
             return std::nullopt;
-        const qsizetype first = plan.at(0).isHighSurrogate() && plan.size() > 1 ? 2 : 1;
-        return plan.left(first).toUpper() + plan.mid(first);
-    }
-
-    // Letters, marks and digits of any script travel as they are; every other
-    // character becomes %XX per UTF-8 byte. Null when the text is not valid UTF-16.
-    std::optional<QByteArray> percentEncoded(const QString& text)
-    {
-        QByteArray out;
-        for (qsizetype i = 0; i < text.size(); ++i) {
-            char32_t c = text.at(i).unicode();
-            if (QChar::isHighSurrogate(c) && i + 1 < text.size() && text.at(i + 1).isLowSurrogate()) {
-                c = QChar::surrogateToUcs4(text.at(i), text.at(i + 1));
-                ++i;
-            } else if (QChar::isSurrogate(c)) {
-                return std::nullopt;
-            }
-            const QByteArray utf8 = QString::fromUcs4(&c, 1).toUtf8();
-            if (QChar::isLetterOrNumber(c) || QChar::isMark(c)) {
-                out += utf8;
-                continue;
-            }
-            for (const char byte : utf8) {
-                out += '%';
-                out += QByteArray::number(uchar(byte), 16).toUpper().rightJustified(2, '0');
-            }
         }
-        return out;
+        const QByteArray utf8 = QString::fromUcs4(&c, 1).toUtf8();
+        if (QChar::isLetterOrNumber(c) || QChar::isMark(c)) {
+            out += utf8;
+            continue;
+        }
+        for (const char byte : utf8) {
+            out += '%';
+            out += QByteArray::number(uchar(byte), 16).toUpper().rightJustified(2, '0');
+        }
     }
-} // namespace
+    return out;
+}
 
 QByteArray refreshBody(const QString& refreshToken)
 {
-    return "grant_type=refresh_token&refresh_token=" + percentEncoded(refreshToken).value_or(refreshToken.toUtf8())
+    return "grant_type=refresh_token&refresh_token="
+        + percentEncoded(refreshToken).value_or(refreshToken.toUtf8())
         + "&client_id=" + QByteArray(clientId.data(), clientId.size());
 }
+} // namespace
 
 std::optional<Lineage> refresh(const platform::Environment& env, const Lineage& lineage)
 {

@@ -11,86 +11,86 @@
 namespace limitra::ClaudeProvider {
 
 namespace {
-    using platform::Json::number;
-    using platform::Json::object;
-    using platform::Json::string;
+using platform::Json::number;
+using platform::Json::object;
+using platform::Json::string;
 
-    const QString kSessionTitle = QStringLiteral("Sesión de 5 h");
-    const QString kWeeklyAllTitle = QStringLiteral("Semanal · Todos los modelos");
-    const QString kWeeklyPrefix = QStringLiteral("Semanal · ");
+const QString kSessionTitle = QStringLiteral("Sesión de 5 h");
+const QString kWeeklyAllTitle = QStringLiteral("Semanal · Todos los modelos");
+const QString kWeeklyPrefix = QStringLiteral("Semanal · ");
 
-    std::optional<double> resetsAt(const QJsonObject& window)
-    {
-        return FormatUtil::parseISODate(string(window, u"resets_at"));
+std::optional<double> resetsAt(const QJsonObject& window)
+{
+    return FormatUtil::parseISODate(string(window, u"resets_at"));
+}
+
+QString titleFor(const QString& kind, const QJsonObject& limit)
+{
+    if (kind == u"session")
+        return kSessionTitle;
+    if (kind == u"weekly_all")
+        return kWeeklyAllTitle;
+    if (kind == u"weekly_scoped") {
+        const auto scope = object(limit, u"scope");
+        const auto model = scope ? object(*scope, u"model") : std::nullopt;
+        const auto name = model ? string(*model, u"display_name") : std::nullopt;
+        return kWeeklyPrefix + name.value_or(QStringLiteral("Modelo"));
     }
+    return kind;
+}
 
-    QString titleFor(const QString& kind, const QJsonObject& limit)
-    {
-        if (kind == u"session")
-            return kSessionTitle;
-        if (kind == u"weekly_all")
-            return kWeeklyAllTitle;
-        if (kind == u"weekly_scoped") {
-            const auto scope = object(limit, u"scope");
-            const auto model = scope ? object(*scope, u"model") : std::nullopt;
-            const auto name = model ? string(*model, u"display_name") : std::nullopt;
-            return kWeeklyPrefix + name.value_or(QStringLiteral("Modelo"));
-        }
-        return kind;
-    }
-
-    // The answer's list of limits, when it is one made only of objects.
-    std::optional<QJsonArray> limitList(const QJsonObject& answer)
-    {
-        const auto limits = platform::Json::array(answer, u"limits");
-        if (!limits)
+// The answer's list of limits, when it is one made only of objects.
+std::optional<QJsonArray> limitList(const QJsonObject& answer)
+{
+    const auto limits = platform::Json::array(answer, u"limits");
+    if (!limits)
+        return std::nullopt;
+    for (const QJsonValue& element : *limits) {
+        if (!element.isObject())
             return std::nullopt;
-        for (const QJsonValue& element : *limits) {
-            if (!element.isObject())
-                return std::nullopt;
-        }
-        return limits;
     }
+    return limits;
+}
 
-    std::optional<LimitRow> window(const QJsonObject& answer, QStringView key, const QString& id,
-                                   const QString& title)
-    {
-        const auto w = object(answer, key);
-        if (!w)
-            return std::nullopt;
-        return LimitRow { id, title, number(*w, u"utilization").value_or(0), resetsAt(*w), std::nullopt };
-    }
+std::optional<LimitRow> window(
+    const QJsonObject& answer, QStringView key, const QString& id, const QString& title)
+{
+    const auto w = object(answer, key);
+    if (!w)
+        return std::nullopt;
+    return LimitRow { id, title, number(*w, u"utilization").value_or(0), resetsAt(*w), std::nullopt };
+}
 
-    // Two decimals as printf's "%.2f" writes them, whatever the process locale.
-    QString dollars(double amount)
-    {
-        char buffer[512];
-        const auto result = std::to_chars(buffer, buffer + sizeof(buffer), amount, std::chars_format::fixed, 2);
-        return QString::fromLatin1(buffer, result.ec == std::errc() ? result.ptr - buffer : 0);
-    }
+// Two decimals as printf's "%.2f" writes them, whatever the process locale.
+QString dollars(double amount)
+{
+    char buffer[512];
+    const auto result = std::to_chars(buffer, buffer + sizeof(buffer), amount, std::chars_format::fixed, 2);
+    return QString::fromLatin1(buffer, result.ec == std::errc() ? result.ptr - buffer : 0);
+}
 
-    std::optional<LimitRow> extraCredits(const QJsonObject& answer)
-    {
-        const auto spend = object(answer, u"spend");
-        if (!spend || platform::Json::boolean(*spend, u"enabled") != true)
-            return std::nullopt;
-        const auto used = object(*spend, u"used");
-        const auto limit = object(*spend, u"limit");
-        if (!used || !limit)
-            return std::nullopt;
-        const auto usedMinor = number(*used, u"amount_minor");
-        const auto limitMinor = number(*limit, u"amount_minor");
-        if (!usedMinor || !limitMinor || !(*limitMinor > 0))
-            return std::nullopt;
+std::optional<LimitRow> extraCredits(const QJsonObject& answer)
+{
+    const auto spend = object(answer, u"spend");
+    if (!spend || platform::Json::boolean(*spend, u"enabled") != true)
+        return std::nullopt;
+    const auto used = object(*spend, u"used");
+    const auto limit = object(*spend, u"limit");
+    if (!used || !limit)
+        return std::nullopt;
+    const auto usedMinor = number(*used, u"amount_minor");
+    const auto limitMinor = number(*limit, u"amount_minor");
+    if (!usedMinor || !limitMinor || !(*limitMinor > 0))
+        return std::nullopt;
 
-        // The exponent of the spent amount applies to both amounts.
-        const double divisor = std::pow(10.0, number(*used, u"exponent").value_or(2));
-        const double percent = number(*spend, u"percent").value_or(*usedMinor / *limitMinor * 100);
-        const QString detail = QStringLiteral("$%1 / $%2 USD")
-                                   .arg(dollars(*usedMinor / divisor), dollars(*limitMinor / divisor));
-        return LimitRow { QStringLiteral("claude-extra"), QStringLiteral("Créditos extra"), percent, std::nullopt,
-                          detail };
-    }
+    // The exponent of the spent amount applies to both amounts.
+    const double divisor = std::pow(10.0, number(*used, u"exponent").value_or(2));
+    const double percent = number(*spend, u"percent").value_or(*usedMinor / *limitMinor * 100);
+    const QString detail
+        = QStringLiteral("$%1 / $%2 USD").arg(dollars(*usedMinor / divisor), dollars(*limitMinor / divisor));
+    return LimitRow { QStringLiteral("claude-extra"), QStringLiteral("Créditos extra"), percent, std::nullopt,
+        detail };
+}
 } // namespace
 
 QList<LimitRow> parseRows(const QJsonObject& answer)
@@ -102,7 +102,7 @@ QList<LimitRow> parseRows(const QJsonObject& answer)
             const QString kind = string(limit, u"kind").value_or(QString());
             const QString title = titleFor(kind, limit);
             rows.append(LimitRow { QStringLiteral("claude-") + kind + u'-' + title, title,
-                                   number(limit, u"percent").value_or(0), resetsAt(limit), std::nullopt });
+                number(limit, u"percent").value_or(0), resetsAt(limit), std::nullopt });
         }
     } else {
         if (auto row = window(answer, u"five_hour", QStringLiteral("claude-5h"), kSessionTitle))

@@ -12,13 +12,14 @@ std::optional<Item> read(platform::SecretStore& store, const QString& service)
     return Item { found->account, found->data };
 }
 
-bool update(platform::SecretStore& store, const QString& service, const QString& account, const QByteArray& data)
+bool update(
+    platform::SecretStore& store, const QString& service, const QString& account, const QByteArray& data)
 {
     return store.replace(service, account, data);
 }
 
-bool saveVerified(platform::SecretStore& store, const QString& service, const QString& account,
-                  const QByteArray& data)
+bool saveVerified(
+    platform::SecretStore& store, const QString& service, const QString& account, const QByteArray& data)
 {
     // The update's own answer is not trusted: only what reads back counts.
     update(store, service, account, data);
@@ -26,8 +27,8 @@ bool saveVerified(platform::SecretStore& store, const QString& service, const QS
     return stored && stored->data == data;
 }
 
-bool upsertOwn(platform::SecretStore& store, const QString& service, const QString& account,
-               const QByteArray& data)
+bool upsertOwn(
+    platform::SecretStore& store, const QString& service, const QString& account, const QByteArray& data)
 {
     // An item under another account is addressed by the given account and so
     // not matched; adding a second item of the service is never done.

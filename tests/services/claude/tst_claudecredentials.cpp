@@ -43,7 +43,8 @@ class TestClaudeCredentials : public QObject
     {
         QDir().mkpath(QFileInfo(filePath()).path());
         QFile file(filePath());
-        return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.setPermissions(mode);
+        return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size()
+            && file.setPermissions(mode);
     }
 
     QByteArray readFile() const
@@ -74,21 +75,22 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("file");
         QTest::addColumn<QStringList>("order");
 
-        QTest::newRow("only the file") << QByteArray() << QByteArray() << doc("file", "5") << QStringList { "file" };
+        QTest::newRow("only the file")
+            << QByteArray() << QByteArray() << doc("file", "5") << QStringList { "file" };
         QTest::newRow("latest first") << doc("code", "1000") << doc("own", "3000") << doc("file", "2000")
                                       << QStringList { "own", "file", "code" };
         QTest::newRow("ties keep reading order") << doc("code", "7") << doc("own", "7") << doc("file", "7")
                                                  << QStringList { "code", "own", "file" };
-        QTest::newRow("missing or text expiry counts as 0")
-            << doc("code", R"("9999")") << doc("own", "1") << QByteArray(R"({"source":"file",
+        QTest::newRow("missing or text expiry counts as 0") << doc("code", R"("9999")") << doc("own", "1")
+                                                            << QByteArray(R"({"source":"file",
                 "claudeAiOauth":{"refreshToken":""}})") << QStringList { "own", "code", "file" };
         QTest::newRow("unusable documents are skipped")
             << QByteArray(R"({"source":"code","claudeAiOauth":{"accessToken":"a","expiresAt":9}})")
             << QByteArray(R"([{"claudeAiOauth":{"refreshToken":"r"}}])") << QByteArray("{not json")
             << QStringList {};
-        QTest::newRow("session of the wrong types")
-            << QByteArray(R"({"claudeAiOauth":"text"})") << QByteArray(R"({"claudeAiOauth":{"refreshToken":5}})")
-            << doc("file", "1") << QStringList { "file" };
+        QTest::newRow("session of the wrong types") << QByteArray(R"({"claudeAiOauth":"text"})")
+                                                    << QByteArray(R"({"claudeAiOauth":{"refreshToken":5}})")
+                                                    << doc("file", "1") << QStringList { "file" };
     }
     void lineagesAreRankedByExpiry()
     {
@@ -147,7 +149,8 @@ private Q_SLOTS:
         if (file) {
             QCOMPARE(readFile(), expected);
             namespace fs = std::filesystem;
-            QCOMPARE(fs::status(filePath().toStdString()).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+            QCOMPARE(fs::status(filePath().toStdString()).permissions(),
+                fs::perms::owner_read | fs::perms::owner_write);
         }
         QCOMPARE(Keyring::count(kOwn), 1);
         QCOMPARE(Keyring::lookup(kOwn, QStringLiteral("oauth")), expected);

@@ -9,7 +9,6 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
-#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -59,11 +58,12 @@ private Q_SLOTS:
         QFile file(config);
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write("<busconfig><type>session</type><listen>unix:path=" + dir.filePath("bus").toUtf8()
-                   + "</listen><auth>EXTERNAL</auth><policy context=\"default\">"
-                     "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
-                     "<allow own=\"*\"/></policy></busconfig>");
+            + "</listen><auth>EXTERNAL</auth><policy context=\"default\">"
+              "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
+              "<allow own=\"*\"/></policy></busconfig>");
         file.close();
-        bus.start(QStringLiteral("dbus-daemon"), { "--config-file=" + config, "--nofork", "--print-address=1" });
+        bus.start(
+            QStringLiteral("dbus-daemon"), { "--config-file=" + config, "--nofork", "--print-address=1" });
         QVERIFY(bus.waitForReadyRead(10000));
         busAddress = bus.readLine().trimmed();
         QVERIFY(busAddress.startsWith("unix:"));
@@ -79,10 +79,6 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("address"); // empty: the variable is unset
         QTest::addColumn<QByteArray>("runtimeDir");
 
-        QTcpServer closed;
-        QVERIFY(closed.listen(QHostAddress::LocalHost));
-        const QByteArray closedPort = QByteArray::number(closed.serverPort());
-        closed.close();
         const QByteArray empty = emptyDir.path().toUtf8();
         const QByteArray regularFile = dir.filePath(QStringLiteral("bus.conf")).toUtf8();
 
@@ -91,7 +87,7 @@ private Q_SLOTS:
         QTest::newRow("dead socket") << QByteArray("unix:path=/nonexistent/limitra-test-bus") << empty;
         QTest::newRow("path of a regular file") << "unix:path=" + regularFile << empty;
         QTest::newRow("abstract name") << QByteArray("unix:abstract=/limitra/none") << empty;
-        QTest::newRow("closed tcp port") << "tcp:host=127.0.0.1,port=" + closedPort << empty;
+        QTest::newRow("tcp port nobody listens on") << QByteArray("tcp:host=127.0.0.1,port=1") << empty;
         QTest::newRow("unsupported transport") << QByteArray("autolaunch:") << empty;
         QTest::newRow("garbage") << QByteArray("no address here") << empty;
     }
@@ -99,7 +95,8 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, address);
         QFETCH(QByteArray, runtimeDir);
-        address.isEmpty() ? qunsetenv("DBUS_SESSION_BUS_ADDRESS") : qputenv("DBUS_SESSION_BUS_ADDRESS", address);
+        address.isEmpty() ? qunsetenv("DBUS_SESSION_BUS_ADDRESS")
+                          : qputenv("DBUS_SESSION_BUS_ADDRESS", address);
         runtimeDir.isEmpty() ? qunsetenv("XDG_RUNTIME_DIR") : qputenv("XDG_RUNTIME_DIR", runtimeDir);
         QVERIFY(!platform::BusAddressProbe::sessionBusAccepts());
         platform::LibsecretStore store;
@@ -118,16 +115,14 @@ private Q_SLOTS:
     {
         qputenv("DBUS_SESSION_BUS_ADDRESS", busAddress);
         GError* error = nullptr;
-        GDBusConnection* peer = g_dbus_connection_new_for_address_sync(
-            busAddress.constData(),
+        GDBusConnection* peer = g_dbus_connection_new_for_address_sync(busAddress.constData(),
             GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT
-                                 | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+                | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
             nullptr, nullptr, &error);
         QVERIFY2(peer, error ? error->message : "");
-        GVariant* owned = g_dbus_connection_call_sync(
-            peer, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
-            g_variant_new("(su)", "org.freedesktop.secrets", 4u), nullptr, G_DBUS_CALL_FLAGS_NONE, 5000, nullptr,
-            &error);
+        GVariant* owned = g_dbus_connection_call_sync(peer, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+            "org.freedesktop.DBus", "RequestName", g_variant_new("(su)", "org.freedesktop.secrets", 4u),
+            nullptr, G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, &error);
         QVERIFY2(owned, error ? error->message : "");
         g_variant_unref(owned);
         const guint filter = g_dbus_connection_add_filter(peer, swallowCalls, nullptr, nullptr);
