@@ -6,6 +6,10 @@
 #include "services/claude/ClaudeProvider.h"
 #include "services/codex/CodexProvider.h"
 
+#ifdef LIMITRA_HAVE_UI
+#include "ui/snapshot/SnapshotMode.h"
+#endif
+
 #include <QFuture>
 #include <QTextStream>
 #include <QThreadPool>
@@ -69,7 +73,11 @@ int main(int argc, char** argv)
         break;
     }
     case Mode::Snapshot:
-        note("limitra: esta compilación no incluye el modo --snapshot todavía.");
+#ifdef LIMITRA_HAVE_UI
+        SnapshotMode::main(argc, argv, choice.snapshotPath);
+#else
+        note("limitra: esta compilación no incluye el modo --snapshot.");
+#endif
         break;
     case Mode::Application:
         note("limitra: esta compilación no incluye la aplicación de la bandeja todavía.");
