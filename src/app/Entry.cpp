@@ -47,6 +47,11 @@ void runCheck(const platform::Environment& env, QTextStream& out)
 }
 
 namespace {
+// The command-line modes speak only through their own lines on stdout. Qt's
+// diagnostics, such as the missing runtime folder of a shell without a desktop
+// session, are not the program's to print; fatal ones still end the process.
+void dropQtMessages(QtMsgType, const QMessageLogContext&, const QString&) { }
+
 void note(const char* text)
 {
     std::fputs(text, stderr);
@@ -60,6 +65,8 @@ int main(int argc, char** argv)
     for (int i = 0; i < argc; ++i)
         arguments.append(QString::fromLocal8Bit(argv[i]));
     const Choice choice = choose(arguments);
+    if (choice.mode != Mode::Application)
+        qInstallMessageHandler(&dropQtMessages);
 
     platform::Http::globalInit();
 
