@@ -4,6 +4,7 @@
 
 #include <QMap>
 
+#include <algorithm>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -35,10 +36,7 @@ PeerAnswer PeerAnswer::hang()
 
 bool RecordedRequest::hasHeader(const QByteArray& lowerName) const
 {
-    for (const auto& [name, value] : headers)
-        if (name == lowerName)
-            return true;
-    return false;
+    return std::any_of(headers.begin(), headers.end(), [&](const auto& h) { return h.first == lowerName; });
 }
 
 QByteArray RecordedRequest::header(const QByteArray& lowerName) const
@@ -145,9 +143,6 @@ FakePeer::FakePeer()
     const auto handler = [this](const httplib::Request& req, httplib::Response& res) { d->handle(req, res); };
     d->server.Get(".*", handler);
     d->server.Post(".*", handler);
-    d->server.Put(".*", handler);
-    d->server.Delete(".*", handler);
-    d->server.Patch(".*", handler);
     d->port = d->server.bind_to_any_port("127.0.0.1");
     d->thread = std::thread([this] { d->server.listen_after_bind(); });
     while (!d->server.is_running())
@@ -169,11 +164,6 @@ FakePeer::~FakePeer()
 QUrl FakePeer::baseUrl() const
 {
     return QUrl(QStringLiteral("http://127.0.0.1:%1").arg(d->port));
-}
-
-int FakePeer::port() const
-{
-    return d->port;
 }
 
 void FakePeer::on(const QByteArray& method, const QByteArray& path, const PeerAnswer& answer)
@@ -201,12 +191,6 @@ QList<RecordedRequest> FakePeer::requests(const QByteArray& method, const QByteA
         if (r.method == method && r.path == path)
             matching.append(r);
     return matching;
-}
-
-void FakePeer::clearRequests()
-{
-    std::lock_guard lock(d->mutex);
-    d->log.clear();
 }
 
 } // namespace limitra::test

@@ -57,7 +57,6 @@ public:
     FakePeer& operator=(const FakePeer&) = delete;
 
     QUrl baseUrl() const; // http://127.0.0.1:PORT
-    int port() const;
 
     // The same answer to every matching request.
     void on(const QByteArray& method, const QByteArray& path, const PeerAnswer& answer);
@@ -66,7 +65,6 @@ public:
 
     QList<RecordedRequest> requests() const;
     QList<RecordedRequest> requests(const QByteArray& method, const QByteArray& path) const;
-    void clearRequests();
 
 private:
     struct Impl;

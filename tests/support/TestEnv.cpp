@@ -1,0 +1,76 @@
+#include "support/TestEnv.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QStringList>
+
+#include <sys/stat.h>
+
+namespace limitra::test {
+
+PeerAnswer answer(int status, const QByteArray& body)
+{
+    return status == kDrop ? PeerAnswer::drop()
+        : status == kHang  ? PeerAnswer::hang()
+                           : PeerAnswer::json(status, body);
+}
+
+bool writeFile(const QString& path, const QByteArray& bytes, QFile::Permissions mode)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size()
+        && file.flush() && file.setPermissions(mode);
+}
+
+QByteArray readFile(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+int modeOf(const QString& path)
+{
+    struct stat st
+    {
+    };
+    return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? int(st.st_mode & 07777) : -1;
+}
+
+TestEnv::TestEnv(double now, std::chrono::milliseconds timeoutCap)
+    : clock(std::make_shared<double>(now))
+    , defaults(std::make_shared<platform::Defaults>(home.filePath(QStringLiteral("limitra.conf"))))
+{
+    env.home = home.path();
+    env.loginName = QStringLiteral("tester");
+    env.endpoints = platform::Endpoints::at(peer.baseUrl());
+    env.now = [c = clock] { return *c; };
+    env.defaults = defaults;
+    env.timeoutCap = timeoutCap;
+}
+
+LimitRow row(const QString& title, double used, std::optional<double> resetsAt, std::optional<QString> detail,
+    const QString& id)
+{
+    return LimitRow { id.isNull() ? title : id, title, used, resetsAt, std::move(detail) };
+}
+
+ServiceUsage usage(const QList<LimitRow>& rows, std::optional<double> updatedAt, std::optional<QString> error,
+    std::optional<QString> plan)
+{
+    return ServiceUsage { std::move(plan), rows, std::move(error), updatedAt };
+}
+
+QString describe(const QList<LimitRow>& rows)
+{
+    QStringList lines;
+    for (const LimitRow& r : rows) {
+        lines << QStringLiteral("%1 | %2 | %3 | %4 | %5")
+                     .arg(r.id, r.title, QString::number(r.usedPercent, 'g', 17),
+                         r.resetsAt ? QString::number(*r.resetsAt, 'g', 17) : QStringLiteral("-"),
+                         r.detail.value_or(QStringLiteral("-")));
+    }
+    return lines.join(u'\n');
+}
+
+} // namespace limitra::test

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "model/ServiceUsage.h"
+#include "platform/Defaults.h"
+#include "platform/Environment.h"
+#include "support/FakePeer.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+
+namespace limitra::test {
+
+// Statuses below zero script a transport failure instead of an answer.
+inline constexpr int kDrop = -1;
+inline constexpr int kHang = -2;
+PeerAnswer answer(int status, const QByteArray& body = {});
+
+inline constexpr QFile::Permissions kOwnerOnly = QFile::ReadOwner | QFile::WriteOwner;
+// Writes a whole file, creating its folders, and sets its permissions.
+bool writeFile(const QString& path, const QByteArray& bytes, QFile::Permissions mode = kOwnerOnly);
+QByteArray readFile(const QString& path);
+// The permission bits as the file system has them (e.g. 0600).
+int modeOf(const QString& path);
+
+// A temporary home, a fake peer serving every endpoint, a clock the test moves,
+// settings in a temporary file and request time-outs capped short.
+struct TestEnv
+{
+    QTemporaryDir home;
+    FakePeer peer;
+    std::shared_ptr<double> clock;
+    std::shared_ptr<platform::Defaults> defaults;
+    platform::Environment env;
+
+    explicit TestEnv(double now, std::chrono::milliseconds timeoutCap = std::chrono::milliseconds(500));
+
+    QString path(const QString& relative) const { return env.homePath(relative); }
+    bool write(const QString& relative, const QByteArray& bytes) const
+    {
+        return writeFile(path(relative), bytes);
+    }
+    QByteArray read(const QString& relative) const { return readFile(path(relative)); }
+};
+
+// A row whose id is its title unless given.
+LimitRow row(const QString& title, double used, std::optional<double> resetsAt = {},
+    std::optional<QString> detail = {}, const QString& id = {});
+ServiceUsage usage(const QList<LimitRow>& rows, std::optional<double> updatedAt = {},
+    std::optional<QString> error = {}, std::optional<QString> plan = {});
+// Rows as text, one per line, every number in full precision, so a mismatch shows the field.
+QString describe(const QList<LimitRow>& rows);
+
+} // namespace limitra::test
