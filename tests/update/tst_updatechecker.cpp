@@ -61,13 +61,8 @@ private Q_SLOTS:
         QTest::newRow("not JSON") << 200 << QByteArray("version=9") << false << QVariant() << false;
         QTest::newRow("no version") << 200 << QByteArray("{\"download_url\":\"https://x.test/\"}") << false
                                     << QVariant() << false;
-        QTest::newRow("numeric version")
-            << 200 << QByteArray("{\"version\":9,\"download_url\":\"https://x.test/\"}") << false
-            << QVariant() << false;
         QTest::newRow("no download_url")
             << 200 << QByteArray(R"({"version":"99"})") << false << QVariant() << false;
-        QTest::newRow("download_url without scheme")
-            << 200 << feed(v, "limitra.app/dl") << false << QVariant() << false;
         QTest::newRow("download_url to a local file")
             << 200 << feed(v, "file:///etc/passwd") << false << QVariant() << false;
         QTest::newRow("dropped connection") << kDrop << QByteArray() << false << QVariant() << false;
