@@ -58,10 +58,10 @@ void settle(UsageStore& store)
 ServiceUsage leftRows(const QStringList& rows)
 {
     ServiceUsage u;
-    for (QString spec : rows) {
-        const bool resets = spec.endsWith('r');
-        spec.remove('r');
-        u.rows.append(test::row(spec, 100.0 - spec.toDouble(), resets ? std::optional(1.7e9) : std::nullopt));
+    for (QString text : rows) {
+        const bool resets = text.endsWith('r');
+        text.remove('r');
+        u.rows.append(test::row(text, 100.0 - text.toDouble(), resets ? std::optional(1.7e9) : std::nullopt));
     }
     return u;
 }
