@@ -1,5 +1,6 @@
 #include "services/claude/ClaudeProvider.h"
 
+#include "model/PlanBadge.h"
 #include "platform/Environment.h"
 #include "platform/Http.h"
 #include "platform/Json.h"
@@ -19,16 +20,6 @@ const QString kSessionExpired
 QString statusError(int status)
 {
     return QStringLiteral("No pude consultar el uso de Claude (HTTP %1).").arg(status);
-}
-
-// "max" is shown as "Max"; an empty or missing plan shows no badge.
-std::optional<QString> planBadge(const QJsonObject& oauth)
-{
-    const QString plan = string(oauth, u"subscriptionType").value_or(QString());
-    if (plan.isEmpty())
-        return std::nullopt;
-    const qsizetype first = plan.at(0).isHighSurrogate() && plan.size() > 1 ? 2 : 1;
-    return plan.left(first).toUpper() + plan.mid(first);
 }
 
 // Letters, marks and digits of any script travel as they are; every other
@@ -128,7 +119,7 @@ ServiceUsage fetch(const platform::Environment& env)
         usage.error = kNoCredentials;
         return usage;
     }
-    usage.planBadge = planBadge(lineages.first().oauth);
+    usage.planBadge = planBadge(string(lineages.first().oauth, u"subscriptionType"));
 
     // Only the first lineage that is still fresh is considered; without a
     // token of its own it goes through the refresh like the others.

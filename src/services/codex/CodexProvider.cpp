@@ -1,12 +1,11 @@
 #include "services/codex/CodexProvider.h"
 
 #include "model/FormatUtil.h"
+#include "model/PlanBadge.h"
 #include "platform/Environment.h"
 #include "platform/Files.h"
 #include "platform/Http.h"
 #include "platform/Json.h"
-
-#include <QTextBoundaryFinder>
 
 #include <chrono>
 #include <optional>
@@ -101,19 +100,6 @@ bool Session::refreshToken()
     return true;
 }
 
-// The plan type with its first character (a whole grapheme) in upper case.
-std::optional<QString> planBadge(const QJsonObject& answer)
-{
-    const std::optional<QString> plan = Json::string(answer, u"plan_type");
-    if (!plan || plan->isEmpty())
-        return std::nullopt;
-    QTextBoundaryFinder graphemes(QTextBoundaryFinder::Grapheme, *plan);
-    qsizetype first = graphemes.toNextBoundary();
-    if (first <= 0)
-        first = plan->size();
-    return plan->left(first).toUpper() + plan->mid(first);
-}
-
 QString windowTitle(double seconds, QStringView key)
 {
     if (seconds > 0 && seconds <= 21600)
@@ -187,7 +173,7 @@ ServiceUsage fetch(const platform::Environment& env)
         return usage;
     }
     const double now = env.now();
-    usage.planBadge = planBadge(*body);
+    usage.planBadge = planBadge(Json::string(*body, u"plan_type"));
     usage.rows = parseRows(*body, now);
     usage.updatedAt = now;
     return usage;
