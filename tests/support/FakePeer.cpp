@@ -1,12 +1,9 @@
 #include "support/FakePeer.h"
 
+#include "support/PeerScript.h"
+
 #include <httplib.h>
 
-#include <QMap>
-
-#include <algorithm>
-#include <condition_variable>
-#include <mutex>
 #include <thread>
 
 namespace limitra::test {
@@ -49,67 +46,24 @@ QByteArray RecordedRequest::header(const QByteArray& lowerName) const
 
 struct FakePeer::Impl
 {
-    struct Script
-    {
-        QList<PeerAnswer> answers;
-        qsizetype next = 0;
-    };
-
     httplib::Server server;
     std::thread thread;
     int port = 0;
+    PeerScript script { notFound() };
 
-    mutable std::mutex mutex;
-    std::condition_variable stopped;
-    bool stopping = false;
-    QMap<QByteArray, Script> scripts;
-    QList<RecordedRequest> log;
-
-    PeerAnswer answerFor(const QByteArray& key)
+    static PeerAnswer notFound()
     {
-        auto it = scripts.find(key);
-        if (it == scripts.end() || it->answers.isEmpty()) {
-            PeerAnswer notFound;
-            notFound.status = 404;
-            return notFound;
-        }
-        const PeerAnswer a = it->answers.at(std::min(it->next, it->answers.size() - 1));
-        ++it->next;
-        return a;
-    }
-
-    // Waits up to `delay`, or until the peer stops; false when stopping.
-    bool waitFor(std::chrono::milliseconds delay)
-    {
-        std::unique_lock lock(mutex);
-        return !stopped.wait_for(lock, delay, [this] { return stopping; });
+        PeerAnswer answer;
+        answer.status = 404;
+        return answer;
     }
 
     void handle(const httplib::Request& req, httplib::Response& res)
     {
-        RecordedRequest rec;
-        rec.arrivedAt = std::chrono::steady_clock::now();
-        rec.method = QByteArray::fromStdString(req.method);
-        rec.path = QByteArray::fromStdString(req.path);
-        for (const auto& [name, value] : req.headers) {
-            if (name == "REMOTE_ADDR" || name == "REMOTE_PORT" || name == "LOCAL_ADDR" || name == "LOCAL_PORT")
-                continue; // added by the server library, not sent by the client
-            rec.headers.append({ QByteArray::fromStdString(name).toLower(), QByteArray::fromStdString(value) });
-        }
-        rec.body = QByteArray::fromStdString(req.body);
-
-        qsizetype index = 0;
-        PeerAnswer answer;
-        {
-            std::lock_guard lock(mutex);
-            answer = answerFor(rec.method + ' ' + rec.path);
-            index = log.size();
-            log.append(rec);
-        }
-
-        switch (answer.kind) {
+        const PeerScript::Taken taken = script.take(req);
+        switch (taken.answer.kind) {
         case PeerAnswer::Kind::Hang:
-            waitFor(std::chrono::hours(1));
+            script.hang();
             [[fallthrough]];
         case PeerAnswer::Kind::Drop:
             // Headers go out, then the connection is cut before the promised body.
@@ -118,22 +72,9 @@ struct FakePeer::Impl
                 16, "application/json", [](size_t, size_t, httplib::DataSink&) { return false; });
             return;
         case PeerAnswer::Kind::Respond:
-            break;
-        }
-
-        if (answer.delay.count() > 0 && !waitFor(answer.delay))
+            script.respond(taken, res);
             return;
-        res.status = answer.status;
-        std::string contentType = "text/plain";
-        for (const auto& [name, value] : answer.headers) {
-            if (name.toLower() == "content-type")
-                contentType = value.toStdString();
-            else
-                res.set_header(name.toStdString(), value.toStdString());
         }
-        res.set_content(answer.body.toStdString(), contentType);
-        std::lock_guard lock(mutex);
-        log[index].answeredAt = std::chrono::steady_clock::now();
     }
 };
 
@@ -151,11 +92,7 @@ FakePeer::FakePeer()
 
 FakePeer::~FakePeer()
 {
-    {
-        std::lock_guard lock(d->mutex);
-        d->stopping = true;
-    }
-    d->stopped.notify_all();
+    d->script.stop();
     d->server.stop();
     if (d->thread.joinable())
         d->thread.join();
@@ -173,21 +110,18 @@ void FakePeer::on(const QByteArray& method, const QByteArray& path, const PeerAn
 
 void FakePeer::onSequence(const QByteArray& method, const QByteArray& path, const QList<PeerAnswer>& answers)
 {
-    std::lock_guard lock(d->mutex);
-    d->scripts[method + ' ' + path] = Impl::Script { answers, 0 };
+    d->script.set(method + ' ' + path, answers);
 }
 
 QList<RecordedRequest> FakePeer::requests() const
 {
-    std::lock_guard lock(d->mutex);
-    return d->log;
+    return d->script.requests();
 }
 
 QList<RecordedRequest> FakePeer::requests(const QByteArray& method, const QByteArray& path) const
 {
-    std::lock_guard lock(d->mutex);
     QList<RecordedRequest> matching;
-    for (const auto& r : d->log)
+    for (const auto& r : d->script.requests())
         if (r.method == method && r.path == path)
             matching.append(r);
     return matching;
