@@ -59,7 +59,6 @@ Environment Environment::system()
     env.home = Files::homeDirectory();
     env.loginName = Files::loginName();
     env.endpoints = Endpoints::production();
-    env.now = &Environment::systemNow;
     env.secrets = SecretStore::system();
     env.defaults = Defaults::system();
     return env;

@@ -36,7 +36,7 @@ struct Environment
     QString loginName;
     Endpoints endpoints;
     // Seconds since the Unix epoch, with fraction.
-    std::function<double()> now;
+    std::function<double()> now = &Environment::systemNow;
     std::shared_ptr<SecretStore> secrets;
     std::shared_ptr<Defaults> defaults;
     // When non-zero, no request waits longer than this (tests only).

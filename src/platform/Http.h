@@ -17,9 +17,6 @@ struct HttpRequest
     QList<QPair<QByteArray, QByteArray>> headers;
     QByteArray body;
     std::chrono::milliseconds timeout { 60000 };
-    // Kept for the caller's intent: libcurl has no response cache, so every
-    // request reaches the server whatever this says.
-    bool bypassCache = false;
 };
 
 struct HttpResponse
@@ -28,7 +25,8 @@ struct HttpResponse
     QByteArray body;
 };
 
-// Blocking HTTPS over libcurl; call it from worker threads only. TLS is always
+// Blocking HTTPS over libcurl; call it from worker threads only. libcurl keeps
+// no response cache, so every request reaches the server. TLS is always
 // verified, redirects are never followed, the user's proxy variables apply.
 // Any transport failure (no route, TLS, time-out, cut connection) gives nothing.
 namespace Http {

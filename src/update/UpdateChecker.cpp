@@ -16,11 +16,6 @@ namespace {
 constexpr double kCheckPeriodSeconds = 86400;
 constexpr std::chrono::seconds kFeedTimeout { 15 };
 
-double nowOf(const platform::Environment& env)
-{
-    return env.now ? env.now() : platform::Environment::systemNow();
-}
-
 // The download address is opened in the user's browser, so only absolute
 // web addresses count; anything else means the feed is broken.
 std::optional<QUrl> downloadUrl(const QString& text)
@@ -101,7 +96,6 @@ std::optional<UpdateInfo> check(const platform::Environment& env)
     platform::HttpRequest request;
     request.url = env.endpoints.versionFeed;
     request.timeout = env.timeout(kFeedTimeout);
-    request.bypassCache = true;
     const auto response = platform::Http::send(request);
     if (!response || response->status != 200)
         return std::nullopt;
@@ -119,7 +113,7 @@ std::optional<UpdateInfo> check(const platform::Environment& env)
 
     // A valid feed restarts the one-day period whether or not it is newer.
     if (env.defaults)
-        env.defaults->setLastUpdateCheck(nowOf(env));
+        env.defaults->setLastUpdateCheck(env.now());
     if (!isNewer(*version, currentVersion()))
         return std::nullopt;
     return UpdateInfo { *version, *url, platform::Json::string(*feed, u"release_notes") };
@@ -128,7 +122,7 @@ std::optional<UpdateInfo> check(const platform::Environment& env)
 std::optional<UpdateInfo> checkIfDue(const platform::Environment& env)
 {
     const double last = env.defaults ? env.defaults->lastUpdateCheck() : 0.0;
-    if (!(nowOf(env) - last > kCheckPeriodSeconds))
+    if (!(env.now() - last > kCheckPeriodSeconds))
         return std::nullopt;
     return check(env);
 }
