@@ -20,7 +20,11 @@ bool setLaunchAtLogin(bool enabled)
 {
     namespace LoginItem = platform::LoginItem;
     const QString directory = LoginItem::autostartDirectory();
-    return enabled ? LoginItem::enable(directory, LoginItem::runningExecutable())
+    // The installed program is named by its install path, so the entry keeps
+    // working however this copy was started (a link, /bin on a merged /usr).
+    const QString program
+        = LoginItem::programToStart(LoginItem::runningExecutable(), LoginItem::installedExecutable());
+    return enabled ? LoginItem::enable(directory, program)
                    : LoginItem::disable(directory);
 }
 

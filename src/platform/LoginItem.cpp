@@ -138,4 +138,17 @@ QString runningExecutable()
     return QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath();
 }
 
+QString installedExecutable()
+{
+    return QStringLiteral(LIMITRA_INSTALLED_PROGRAM);
+}
+
+QString programToStart(const QString& running, const QString& installed)
+{
+    const QString real = QFileInfo(running).canonicalFilePath();
+    if (!real.isEmpty() && real == QFileInfo(installed).canonicalFilePath())
+        return installed;
+    return running;
+}
+
 } // namespace limitra::platform::LoginItem

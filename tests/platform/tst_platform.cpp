@@ -351,6 +351,57 @@ private Q_SLOTS:
         QVERIFY(!LoginItem::isEnabled(dir.path()));
     }
 
+    // In a tree with usr/bin/limitra installed, bin -> usr/bin (merged /usr) and
+    // a build elsewhere: which program the login entry starts. Paths are relative
+    // to the tree; "-" is an empty path.
+    void loginEntryNamesTheInstalledProgram_data()
+    {
+        QTest::addColumn<QString>("running");
+        QTest::addColumn<QString>("installed");
+        QTest::addColumn<QString>("started");
+        QTest::newRow("the installed file") << "usr/bin/limitra" << "usr/bin/limitra" << "usr/bin/limitra";
+        QTest::newRow("reached through /bin") << "bin/limitra" << "usr/bin/limitra" << "usr/bin/limitra";
+        QTest::newRow("installed under /bin") << "usr/bin/limitra" << "bin/limitra" << "bin/limitra";
+        QTest::newRow("a link to it") << "link/limitra" << "usr/bin/limitra" << "usr/bin/limitra";
+        QTest::newRow("a build") << "build/limitra" << "usr/bin/limitra" << "build/limitra";
+        QTest::newRow("not installed") << "build/limitra" << "opt/limitra" << "build/limitra";
+        QTest::newRow("running program unknown") << "-" << "opt/limitra" << "-";
+    }
+
+    void loginEntryNamesTheInstalledProgram()
+    {
+        QFETCH(QString, running);
+        QFETCH(QString, installed);
+        QFETCH(QString, started);
+        QTemporaryDir dir;
+        QVERIFY(makeProgram(dir.filePath("usr/bin/limitra")) && makeProgram(dir.filePath("build/limitra")));
+        QVERIFY(QFile::link("usr/bin", dir.filePath("bin")) && QDir(dir.path()).mkdir("link"));
+        QVERIFY(QFile::link("../usr/bin/limitra", dir.filePath("link/limitra")));
+        const auto path = [&](const QString& p) { return p == u'-' ? QString() : dir.filePath(p); };
+
+        QCOMPARE(LoginItem::programToStart(path(running), path(installed)), path(started));
+    }
+
+    // Switching off removes limitra.desktop only: a link goes, not what it
+    // points to, and another entry that starts Limitra stays.
+    void disableRemovesOnlyItsOwnEntry()
+    {
+        QTemporaryDir dir;
+        const QString autostart = dir.filePath("autostart");
+        const QString menuEntry = dir.filePath("applications/app.limitra.Limitra.desktop");
+        const QByteArray entry = "[Desktop Entry]\nType=Application\nName=Limitra\nExec=limitra\n";
+        QVERIFY(writeFile(menuEntry, entry) && writeFile(autostart + "/app.limitra.Limitra.desktop", entry));
+        QVERIFY(QFile::link(menuEntry, LoginItem::entryPath(autostart)));
+        QVERIFY(LoginItem::isEnabled(autostart));
+
+        QVERIFY(LoginItem::disable(autostart));
+
+        QVERIFY(!QFileInfo(LoginItem::entryPath(autostart)).isSymLink());
+        QVERIFY(!LoginItem::isEnabled(autostart));
+        QCOMPARE(readFile(menuEntry), entry);
+        QCOMPARE(readFile(autostart + "/app.limitra.Limitra.desktop"), entry);
+    }
+
     // configHome: the XDG_CONFIG_HOME value, relative to the temporary folder
     // when it starts with "@"; autostart: where the entry must appear.
     void launchAtLoginUsesTheUsersAutostartFolder_data()
