@@ -1,9 +1,8 @@
-# What `cmake --install` puts where (GNU install dirs), and the Debian package
-# that CPack makes of it.
+# What `cmake --install` puts where besides the program and its GUI module
+# (src/ installs those), and the Debian package that CPack makes of it.
 set(LIMITRA_APP_ID app.limitra.Limitra)
 set(LIMITRA_DATA ${PROJECT_SOURCE_DIR}/data)
 
-install(TARGETS limitra RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES ${LIMITRA_DATA}/${LIMITRA_APP_ID}.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
 # The application icon and the tray's symbolic icons: whatever lies in the tree.
 install(DIRECTORY ${LIMITRA_DATA}/icons/hicolor DESTINATION ${CMAKE_INSTALL_DATADIR}/icons
