@@ -9,6 +9,9 @@ bash "$src/scripts/setup.sh" >&2
 build=$(mktemp -d)
 trap 'rm -rf "$build"' EXIT
 
+# Debian's hardening and optimisation flags, as its own packages are built with.
+CXXFLAGS="$(dpkg-buildflags --get CXXFLAGS) $(dpkg-buildflags --get CPPFLAGS)" \
+LDFLAGS=$(dpkg-buildflags --get LDFLAGS) \
 cmake -S "$src" -B "$build" -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
     -DLIMITRA_BUILD_TESTS=OFF >&2
 cmake --build "$build" -j "$(nproc)" >&2
