@@ -34,6 +34,7 @@ set(LIMITRA_QML_RUNTIME_PACKAGES
     qml6-module-qtquick-controls
     qml6-module-qtquick-templates)
 string(JOIN ", " CPACK_DEBIAN_PACKAGE_DEPENDS ${LIMITRA_QML_RUNTIME_PACKAGES})
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS gnome-keyring)
+# The secret store, and the colour emoji that mark each service in the panel.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "gnome-keyring, fonts-noto-color-emoji")
 
 include(CPack)

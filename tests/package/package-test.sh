@@ -22,7 +22,7 @@ dpkg-deb -I "$deb" >/dev/null || fail "dpkg-deb -I"
 [ "$(field Package)" = limitra ] || fail "Package: $(field Package)"
 [ "$(field Version)" = "$version" ] || fail "Version: $(field Version)"
 [ "$(field Section)" = utils ] || fail "Section: $(field Section)"
-[ "$(field Recommends)" = gnome-keyring ] || fail "Recommends: $(field Recommends)"
+[[ ", $(field Recommends)," == *", gnome-keyring,"* ]] || fail "Recommends: $(field Recommends)"
 [[ "$(field Maintainer)" =~ ^[^\<]+\ \<[^@\>]+@[^\>]+\>$ ]] || fail "Maintainer: $(field Maintainer)"
 # Package names in Depends, without versions or alternatives.
 depends=$(field Depends | tr ',|' '\n\n' | sed 's/(.*//; s/ //g; s/:any$//' | sort -u)
