@@ -177,10 +177,16 @@ private Q_SLOTS:
         QCOMPARE(t->defaults->value("refreshIntervalMinutes"), interval);
     }
 
-    void storedIntervalOutsideTheChoicesIsListedInItsPlace()
+    // The pop-up menus list their choices in order; a stored interval that is
+    // none of them is listed in its place and left as it is.
+    void menusListTheirChoicesInOrder()
     {
         t->defaults->setRefreshIntervalMinutes(3);
         open();
+        QCOMPARE(probe.openMenu("menuBarStyle"),
+            QStringList({ "Icono y porcentajes", "Solo icono", "Icono y el % más bajo" }));
+        QTest::keyClick(probe.window, Qt::Key_Escape);
+        QTRY_VERIFY(probe.menuEntries().isEmpty());
         QCOMPARE(shownChoice("refreshInterval"), "3 min");
         QCOMPARE(probe.openMenu("refreshInterval"),
             QStringList({ "1 min", "2 min", "3 min", "5 min", "10 min", "15 min", "30 min" }));

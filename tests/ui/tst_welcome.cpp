@@ -194,9 +194,7 @@ private Q_SLOTS:
         QFile::remove(t->path(".claude/.credentials.json"));
         const uint pid = QDBusConnection::sessionBus().interface()->servicePid("org.freedesktop.secrets");
         QVERIFY(pid > 0);
-        platform::Environment env = t->env;
-        env.secrets = std::make_shared<platform::LibsecretStore>(std::chrono::milliseconds(1500));
-        WelcomeWindow hung(engine, env);
+        WelcomeWindow hung(engine, t->env); // the store gives up after 3 s
         QVERIFY(::kill(pid_t(pid), SIGSTOP) == 0);
         const auto resume = qScopeGuard([pid] { ::kill(pid_t(pid), SIGCONT); });
         QElapsedTimer timer;
@@ -208,7 +206,7 @@ private Q_SLOTS:
         const int step = spinner->property("step").toInt();
         QTRY_VERIFY(spinner->property("step").toInt() != step); // the window keeps animating
         QTRY_VERIFY_WITH_TIMEOUT(probe.shown("claudeRow"), 10000);
-        QVERIFY2(timer.elapsed() >= 1400, qPrintable(QString::number(timer.elapsed())));
+        QVERIFY2(timer.elapsed() >= 2900, qPrintable(QString::number(timer.elapsed())));
         QCOMPARE(rowState("claudeRow"), "xmark-circle grey | " + kClaudeHint);
         QVERIFY(probe.shown("neitherNote"));
         hung.window()->close();

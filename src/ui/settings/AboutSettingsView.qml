@@ -42,8 +42,8 @@ Column {
         objectName: "checkButton"
         anchors.horizontalCenter: parent.horizontalCenter
         enabled: !pane.about.checking
-        // The same width with the label or the spinner, so the column stays put.
-        implicitWidth: checkLabel.implicitWidth + leftPadding + rightPadding
+        leftPadding: 14
+        rightPadding: 14
         onClicked: pane.about.checkForUpdates()
 
         contentItem: Item {

@@ -4,7 +4,7 @@ import Limitra.Panel
 
 // The settings window: a strip of two tabs, "General" and "Acerca de", over the
 // selected tab's content. 440 wide; the height follows the selected tab.
-Window {
+DesktopWindow {
     id: window
 
     required property Defaults settings
@@ -14,7 +14,6 @@ Window {
     readonly property Item currentPane: tabs.currentIndex === 0 ? general : aboutPane
 
     title: "Ajustes de Limitra"
-    color: Theme.windowBackground
     width: Theme.settingsWidth
     height: tabs.height + separator.height + currentPane.implicitHeight
     minimumWidth: width

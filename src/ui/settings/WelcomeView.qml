@@ -5,13 +5,12 @@ import Limitra.Panel
 // The welcome guide, "Bienvenida": where the tray icon is, what to do when it
 // is hidden, and which tools left credentials here. 430 wide, as tall as its
 // content; "Entendido" (or Return) closes it and changes nothing.
-Window {
+DesktopWindow {
     id: window
 
     required property WelcomeDetection detection
 
     title: "Bienvenida"
-    color: Theme.windowBackground
     width: Theme.welcomeWidth
     height: content.implicitHeight
     minimumWidth: width
