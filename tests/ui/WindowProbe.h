@@ -1,7 +1,5 @@
 #pragma once
 
-#include <QGuiApplication>
-#include <QImage>
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QTest>
@@ -19,43 +17,46 @@ struct WindowProbe
     // Grabbing polishes every item, so positions and sizes are final afterwards.
     void settle() const { window->grabWindow(); }
 
-    // Items by objectName in tree order (popups included: they live in the overlay).
-    QList<QQuickItem*> findAll(const QString& name) const
+    // Items in tree order (pop-ups included: they live in the window's overlay).
+    QList<QQuickItem*> items(const std::function<bool(QQuickItem*)>& wanted) const
     {
         QList<QQuickItem*> found;
-        visit([&](QQuickItem* item) {
-            if (item->objectName() == name)
+        const std::function<void(QQuickItem*)> walk = [&](QQuickItem* item) {
+            if (wanted(item))
                 found.append(item);
-        });
+            for (QQuickItem* child : item->childItems())
+                walk(child);
+        };
+        walk(window->contentItem());
         return found;
     }
-    QQuickItem* find(const QString& name) const
+    QQuickItem* find(const QString& name, QQuickItem* within = nullptr) const
     {
-        const QList<QQuickItem*> all = findAll(name);
+        const QList<QQuickItem*> all = items([&](QQuickItem* i) {
+            return i->objectName() == name && (!within || within->isAncestorOf(i));
+        });
         if (all.size() != 1)
             qFatal("%lld items named %s", qlonglong(all.size()), qPrintable(name));
         return all.first();
     }
     bool shown(const QString& name) const { return find(name)->isVisible(); }
 
-    // The visible texts in reading order (top to bottom, then left to right).
-    QStringList texts() const
+    // The visible texts (or menu entries) in reading order: top to bottom, then left to right.
+    QStringList texts(bool menu = false) const
     {
         settle();
-        QList<QQuickItem*> items;
-        visit([&](QQuickItem* item) {
-            if (item->isVisible() && (item->inherits("QQuickText") || item->inherits("QQuickTextInput"))
-                && item->opacity() > 0
-                && !item->property("text").toString().isEmpty())
-                items.append(item);
+        QList<QQuickItem*> found = items([menu](QQuickItem* i) {
+            const bool text = menu ? i->inherits("QQuickMenuItem")
+                                   : i->inherits("QQuickText") || i->inherits("QQuickTextInput");
+            return text && i->isVisible() && !i->property("text").toString().isEmpty();
         });
         const auto at = [](const QQuickItem* i) { return i->mapToScene(QPointF(0, i->height() / 2)); };
-        std::stable_sort(items.begin(), items.end(), [&](QQuickItem* a, QQuickItem* b) {
+        std::stable_sort(found.begin(), found.end(), [&](QQuickItem* a, QQuickItem* b) {
             const QPointF pa = at(a), pb = at(b);
             return qAbs(pa.y() - pb.y()) > 4 ? pa.y() < pb.y() : pa.x() < pb.x();
         });
         QStringList out;
-        for (const QQuickItem* item : items)
+        for (const QQuickItem* item : found)
             out << item->property("text").toString();
         return out;
     }
@@ -63,58 +64,29 @@ struct WindowProbe
     void click(QQuickItem* item) const
     {
         settle();
-        const QPointF centre = item->mapToScene(QPointF(item->width() / 2, item->height() / 2));
-        QTest::mouseClick(window, Qt::LeftButton, {}, centre.toPoint());
+        QTest::mouseClick(window, Qt::LeftButton, {}, item->mapToScene(item->boundingRect().center()).toPoint());
     }
     void click(const QString& name) const { click(find(name)); }
 
-    // The entries of the open pop-up menu, top to bottom.
-    QList<QQuickItem*> menuEntries() const
-    {
-        settle();
-        QList<QQuickItem*> entries;
-        visit([&](QQuickItem* item) {
-            if (item->isVisible() && item->inherits("QQuickMenuItem"))
-                entries.append(item);
-        });
-        std::stable_sort(entries.begin(), entries.end(),
-            [](QQuickItem* a, QQuickItem* b) { return a->mapToScene({}).y() < b->mapToScene({}).y(); });
-        return entries;
-    }
-    // Opens a pop-up menu (and lets its opening transition end).
+    // Opens a pop-up menu and returns its entries once its opening transition ended.
     QStringList openMenu(const QString& comboName) const
     {
         click(comboName);
-        (void)QTest::qWaitFor([&] { return !menuEntries().isEmpty(); }, 2000);
+        (void)QTest::qWaitFor([&] { return !texts(true).isEmpty(); }, 2000);
         QTest::qWait(300);
-        QStringList texts;
-        for (const QQuickItem* entry : menuEntries())
-            texts << entry->property("text").toString();
-        return texts;
+        return texts(true);
     }
     // Opens a pop-up menu and picks the entry showing `text`.
     void choose(const QString& comboName, const QString& text) const
     {
         openMenu(comboName);
-        for (QQuickItem* entry : menuEntries()) {
-            if (entry->property("text").toString() == text) {
-                click(entry);
-                (void)QTest::qWaitFor([&] { return menuEntries().isEmpty(); }, 2000);
-                return;
-            }
-        }
-        qFatal("No menu entry %s", qPrintable(text));
-    }
-
-private:
-    void visit(const std::function<void(QQuickItem*)>& f) const
-    {
-        const std::function<void(QQuickItem*)> walk = [&](QQuickItem* item) {
-            f(item);
-            for (QQuickItem* child : item->childItems())
-                walk(child);
-        };
-        walk(window->contentItem());
+        const auto entries = items([&](QQuickItem* i) {
+            return i->inherits("QQuickMenuItem") && i->isVisible() && i->property("text") == text;
+        });
+        if (entries.size() != 1)
+            qFatal("No menu entry %s", qPrintable(text));
+        click(entries.first());
+        (void)QTest::qWaitFor([&] { return texts(true).isEmpty(); }, 2000);
     }
 };
 
