@@ -32,9 +32,8 @@ struct WindowProbe
     }
     QQuickItem* find(const QString& name, QQuickItem* within = nullptr) const
     {
-        const QList<QQuickItem*> all = items([&](QQuickItem* i) {
-            return i->objectName() == name && (!within || within->isAncestorOf(i));
-        });
+        const QList<QQuickItem*> all = items(
+            [&](QQuickItem* i) { return i->objectName() == name && (!within || within->isAncestorOf(i)); });
         if (all.size() != 1)
             qFatal("%lld items named %s", qlonglong(all.size()), qPrintable(name));
         return all.first();
@@ -64,7 +63,8 @@ struct WindowProbe
     void click(QQuickItem* item) const
     {
         settle();
-        QTest::mouseClick(window, Qt::LeftButton, {}, item->mapToScene(item->boundingRect().center()).toPoint());
+        QTest::mouseClick(
+            window, Qt::LeftButton, {}, item->mapToScene(item->boundingRect().center()).toPoint());
     }
     void click(const QString& name) const { click(find(name)); }
 

@@ -84,7 +84,10 @@ class TestWindows : public QObject
         open(*settings);
     }
     bool checked(const QString& name) const { return probe.find(name)->property("checked").toBool(); }
-    QString shownChoice(const QString& combo) const { return probe.find(combo)->property("displayText").toString(); }
+    QString shownChoice(const QString& combo) const
+    {
+        return probe.find(combo)->property("displayText").toString();
+    }
     void setFiles(bool codex, const QByteArray& claude = {})
     {
         QFile::remove(t->path(".codex/auth.json"));
@@ -136,10 +139,10 @@ private Q_SLOTS:
         open(*settings);
         QCOMPARE(probe.window->title(), "Ajustes de Limitra");
         QCOMPARE(probe.texts(),
-            QStringList({ "General", "Acerca de", "Abrir al iniciar sesión", "Servicios", "Claude Code", "Codex",
-                "Barra de menús", "Mostrar", "Icono y porcentajes", "Porcentaje", "Mostrar como", "Restante",
-                "Usado", "Se muestra el porcentaje disponible (p. ej. 84 % restante).", "Actualización",
-                "Actualizar cada", "5 min" }));
+            QStringList({ "General", "Acerca de", "Abrir al iniciar sesión", "Servicios", "Claude Code",
+                "Codex", "Barra de menús", "Mostrar", "Icono y porcentajes", "Porcentaje", "Mostrar como",
+                "Restante", "Usado", "Se muestra el porcentaje disponible (p. ej. 84 % restante).",
+                "Actualización", "Actualizar cada", "5 min" }));
         QVERIFY(!checked("launchAtLogin") && checked("showClaude") && checked("showCodex"));
         QVERIFY(probe.find("segment_remaining")->property("selected").toBool());
         QCOMPARE(probe.window->width(), 440);
@@ -149,25 +152,25 @@ private Q_SLOTS:
     // Each control writes its key with the key's type, to the file at once.
     void controlsWriteTheirKey_data()
     {
-        QTest::addColumn<QString>("control");
-        QTest::addColumn<QString>("choice"); // empty: the control itself is clicked
-        QTest::addColumn<QString>("key");
+        QTest::addColumn<QString>("control"); // a menu and its entry after a slash
         QTest::addColumn<QVariant>("stored");
-        QTest::newRow("Claude switch") << "showClaude" << "" << "showClaude" << QVariant(false);
-        QTest::newRow("Codex switch") << "showCodex" << "" << "showCodex" << QVariant(false);
-        QTest::newRow("icon only") << "menuBarStyle" << "Solo icono" << "menuBarStyle" << QVariant("iconOnly");
-        QTest::newRow("lowest") << "menuBarStyle" << "Icono y el % más bajo" << "menuBarStyle"
-                                << QVariant("iconAndWorst");
-        QTest::newRow("used") << "segment_used" << "" << "percentMode" << QVariant("used");
-        QTest::newRow("30 min") << "refreshInterval" << "30 min" << "refreshIntervalMinutes" << QVariant(30);
-        QTest::newRow("1 min") << "refreshInterval" << "1 min" << "refreshIntervalMinutes" << QVariant(1);
+        QTest::addColumn<QString>("key");
+        QTest::newRow("Claude switch") << "showClaude" << QVariant(false) << "showClaude";
+        QTest::newRow("Codex switch") << "showCodex" << QVariant(false) << "showCodex";
+        QTest::newRow("icon only") << "menuBarStyle/Solo icono" << QVariant("iconOnly") << "menuBarStyle";
+        QTest::newRow("lowest") << "menuBarStyle/Icono y el % más bajo" << QVariant("iconAndWorst")
+                                << "menuBarStyle";
+        QTest::newRow("used") << "segment_used" << QVariant("used") << "percentMode";
+        QTest::newRow("30 min") << "refreshInterval/30 min" << QVariant(30) << "refreshIntervalMinutes";
+        QTest::newRow("1 min") << "refreshInterval/1 min" << QVariant(1) << "refreshIntervalMinutes";
     }
     void controlsWriteTheirKey()
     {
         QFETCH(QString, control);
-        QFETCH(QString, choice);
-        QFETCH(QString, key);
         QFETCH(QVariant, stored);
+        QFETCH(QString, key);
+        const QString choice = control.section(u'/', 1);
+        control = control.section(u'/', 0, 0);
         open(*settings);
         QSignalSpy changed(t->defaults.get(), &platform::Defaults::changed);
         choice.isEmpty() ? probe.click(control) : probe.choose(control, choice);
@@ -309,7 +312,8 @@ private Q_SLOTS:
         open(*settings, 1);
         probe.click("checkButton");
         QQuickItem* spinner = probe.find("checkSpinner");
-        QVERIFY(spinner->isVisible() && !probe.find("checkButton")->isEnabled() && !probe.shown("updateResult"));
+        QVERIFY(
+            spinner->isVisible() && !probe.find("checkButton")->isEnabled() && !probe.shown("updateResult"));
         probe.click("checkButton");
         QSet<int> steps;
         QElapsedTimer timer;
@@ -332,7 +336,8 @@ private Q_SLOTS:
         QQuickWindow* first = settings->window();
         const int generalHeight = first->height();
         probe.click("tab1");
-        QTRY_COMPARE(first->height(), qRound(probe.find("tabs")->height() + 1 + probe.find("about")->implicitHeight()));
+        QTRY_COMPARE(first->height(),
+            qRound(probe.find("tabs")->height() + 1 + probe.find("about")->implicitHeight()));
         QVERIFY(first->height() != generalHeight);
         const auto windows = QGuiApplication::topLevelWindows().size();
         settings->show();
@@ -353,7 +358,8 @@ private Q_SLOTS:
         QTest::newRow("only Codex's file") << true << QByteArray() << "" << false;
         QTest::newRow("neither") << false << QByteArray() << "" << false;
         QTest::newRow("only Claude Code's item") << false << QByteArray() << kClaudeItem << true;
-        QTest::newRow("only the program's own item") << false << QByteArray() << "Limitra.claude-oauth" << false;
+        QTest::newRow("only the program's own item")
+            << false << QByteArray() << "Limitra.claude-oauth" << false;
         QTest::newRow("empty credentials file") << false << QByteArray("") << "" << true;
         QTest::newRow("both files") << true << QByteArray("{}") << "" << true;
     }
@@ -372,12 +378,16 @@ private Q_SLOTS:
             open(*welcome);
             QTRY_VERIFY_WITH_TIMEOUT(probe.shown("claudeRow"), 10000);
             QCOMPARE(probe.window->title(), "Bienvenida");
-            QCOMPARE(rowState("claudeRow"), claude ? "check-circle green" : "xmark-circle grey | " + kClaudeHint);
-            QCOMPARE(rowState("codexRow"), codexFile ? "check-circle green" : "xmark-circle grey | " + kCodexHint);
+            QCOMPARE(
+                rowState("claudeRow"), claude ? "check-circle green" : "xmark-circle grey | " + kClaudeHint);
+            QCOMPARE(
+                rowState("codexRow"), codexFile ? "check-circle green" : "xmark-circle grey | " + kCodexHint);
             QStringList texts { "¡Limitra ya está corriendo!",
-                "Busca el **velocímetro** en la bandeja del sistema de tu panel y haz clic para ver tus límites.",
-                "¿No lo ves? En GNOME hace falta la extensión AppIndicator para ver íconos de bandeja; en otros "
-                "escritorios, revisa que el panel tenga un área de notificación, o elige \"Solo icono\" en Ajustes.",
+                "Busca el **velocímetro** en la bandeja del sistema de tu panel y haz clic para ver "
+                "tus límites.",
+                "¿No lo ves? En GNOME hace falta la extensión AppIndicator para ver íconos de bandeja; "
+                "en otros escritorios, revisa que el panel tenga un área de notificación, o elige "
+                "\"Solo icono\" en Ajustes.",
                 "Servicios detectados en este equipo", "Claude Code" };
             texts << (claude ? QStringList() : QStringList { kClaudeHint }) << "Codex"
                   << (codexFile ? QStringList() : QStringList { kCodexHint });

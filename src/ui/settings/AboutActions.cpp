@@ -32,17 +32,18 @@ void AboutActions::checkForUpdates()
         return;
     setChecking(true);
     setResult({});
-    QtConcurrent::run([env = m_env] { return UpdateChecker::check(env); })
-        .then(this, [this](const std::optional<UpdateInfo>& info) {
-            if (info) {
-                setResult(PanelFormat::bannerTitle(info->version));
-                if (m_opener)
-                    m_opener(info->downloadURL);
-            } else {
-                setResult(QStringLiteral("Tienes la versión más reciente"));
-            }
-            setChecking(false);
-        });
+    QtConcurrent::run([env = m_env] {
+        return UpdateChecker::check(env);
+    }).then(this, [this](const std::optional<UpdateInfo>& info) {
+        if (info) {
+            setResult(PanelFormat::bannerTitle(info->version));
+            if (m_opener)
+                m_opener(info->downloadURL);
+        } else {
+            setResult(QStringLiteral("Tienes la versión más reciente"));
+        }
+        setChecking(false);
+    });
 }
 
 void AboutActions::openWelcome()

@@ -26,8 +26,8 @@ WelcomeDetection::Found WelcomeDetection::look(const platform::Environment& env)
     Found found;
     found.codex = exists(env, QStringLiteral(".codex/auth.json"));
     // Claude Code's own item; the program's copy of it does not count.
-    found.claude = (env.secrets
-                       && KeychainHelper::read(*env.secrets, QStringLiteral("Claude Code-credentials")))
+    found.claude
+        = (env.secrets && KeychainHelper::read(*env.secrets, QStringLiteral("Claude Code-credentials")))
         || exists(env, QStringLiteral(".claude/.credentials.json"));
     return found;
 }
