@@ -450,6 +450,12 @@ private Q_SLOTS:
         open(*settings);
         save("settings-general");
         probe.click("tab1");
+        PeerAnswer slow = PeerAnswer::json(200, feed(UpdateChecker::currentVersion()));
+        slow.delay = std::chrono::milliseconds(600);
+        t->peer.on("GET", "/api/version.json", slow);
+        probe.click("checkButton");
+        save("settings-about-checking");
+        QTRY_VERIFY(probe.shown("updateResult"));
         save("settings-about");
         for (const bool found : { false, true }) {
             setFiles(found, found ? QByteArray("{}") : QByteArray());

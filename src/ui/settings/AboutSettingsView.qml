@@ -38,7 +38,6 @@ Column {
     }
 
     Button {
-        id: check
         objectName: "checkButton"
         anchors.horizontalCenter: parent.horizontalCenter
         enabled: !pane.about.checking
@@ -46,21 +45,13 @@ Column {
         rightPadding: 14
         onClicked: pane.about.checkForUpdates()
 
-        contentItem: Item {
-            implicitWidth: checkLabel.implicitWidth
-            implicitHeight: Math.max(checkLabel.implicitHeight, spinner.implicitHeight)
-
-            Text {
-                id: checkLabel
-                anchors.centerIn: parent
-                visible: !pane.about.checking
-                text: "Buscar actualizaciones"
-                font.pixelSize: Theme.bodySize
-                color: Theme.primary
-            }
+        // The label keeps its room while hidden, so the spinner takes its place without a jump.
+        contentItem: Text {
+            text: "Buscar actualizaciones"
+            font.pixelSize: Theme.bodySize
+            color: pane.about.checking ? "transparent" : Theme.primary
 
             Spinner {
-                id: spinner
                 objectName: "checkSpinner"
                 anchors.centerIn: parent
                 visible: pane.about.checking
