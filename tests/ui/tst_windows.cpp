@@ -314,6 +314,13 @@ private Q_SLOTS:
         QQuickItem* spinner = probe.find("checkSpinner");
         QVERIFY(
             spinner->isVisible() && !probe.find("checkButton")->isEnabled() && !probe.shown("updateResult"));
+        const QImage shot = probe.window->grabWindow();
+        const QRect area = spinner->mapRectToScene(spinner->boundingRect()).toRect();
+        int ink = 0;
+        for (int y = area.top(); y <= area.bottom(); ++y)
+            for (int x = area.left(); x <= area.right(); ++x)
+                ink += qGray(shot.pixel(x, y)) < 128;
+        QVERIFY2(ink > 10, "the spinner is not drawn");
         probe.click("checkButton");
         QSet<int> steps;
         QElapsedTimer timer;

@@ -32,8 +32,11 @@ QQuickWindow* WindowHost::open(QQmlEngine& engine, const QString& component, con
     QObject* object = loader.createWithInitialProperties(properties);
     m_window.reset(qobject_cast<QQuickWindow*>(object));
     if (!m_window) {
+        // Only a broken installation gets here (a Qt Quick module missing): say
+        // why, and leave the rest of the program running.
         delete object;
-        qFatal("%s did not load: %s", qPrintable(component), qPrintable(loader.errorString()));
+        qWarning("%s did not load: %s", qPrintable(component), qPrintable(loader.errorString()));
+        return nullptr;
     }
     QQmlEngine::setObjectOwnership(m_window.get(), QQmlEngine::CppOwnership);
     m_window->show();

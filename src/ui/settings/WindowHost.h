@@ -27,8 +27,8 @@ public:
     // Brings the open window to the front; false when none is open.
     bool raise();
     // Builds the window anew from `component` (e.g. "SettingsView.qml") with
-    // the given properties, shows it and brings it to the front. A failure to
-    // load is fatal: the component ships inside the program.
+    // the given properties, shows it and brings it to the front. Null when the
+    // component cannot be loaded.
     QQuickWindow* open(QQmlEngine& engine, const QString& component, const QVariantMap& properties);
     // Destroys the window, open or not.
     void reset();
