@@ -231,6 +231,11 @@ private Q_SLOTS:
         QCOMPARE(probe.openMenu("refreshInterval"),
             QStringList({ "1 min", "2 min", "3 min", "5 min", "10 min", "15 min", "30 min" }));
         QCOMPARE(t->defaults->value("refreshIntervalMinutes"), QVariant(3));
+        QTest::keyClick(probe.window, Qt::Key_Escape);
+        QTRY_VERIFY(probe.texts(true).isEmpty());
+        probe.choose("refreshInterval", "10 min"); // the odd entry goes, the choice stays shown
+        QCOMPARE(shownChoice("refreshInterval"), "10 min");
+        QCOMPARE(probe.find("refreshInterval")->property("count").toInt(), 6);
     }
 
     // On and off in a real folder; a folder that cannot be written keeps the
