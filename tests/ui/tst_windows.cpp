@@ -8,6 +8,7 @@
 #include "platform/LoginItem.h"
 #include "support/TestEnv.h"
 #include "ui/UiModule.h"
+#include "ui/settings/AboutActions.h"
 #include "ui/settings/SettingsWindow.h"
 #include "ui/settings/WelcomeWindow.h"
 #include "update/UpdateChecker.h"
@@ -306,6 +307,12 @@ private Q_SLOTS:
         QCOMPARE(opened, opensDownload ? QList<QUrl> { QUrl(kDownload) } : QList<QUrl> {});
         QVERIFY(probe.find("checkButton")->isEnabled());
         QCOMPARE(t->peer.requests().size(), 1);
+    }
+
+    void versionLineNamesTheBuild()
+    {
+        QCOMPARE(AboutActions::versionLine("1.3.0"), "Versión 1.3.0");
+        QCOMPARE(AboutActions::versionLine(""), "Versión dev"); // built without a version
     }
 
     // A slow feed: the button is disabled, its spinner turns, and a second press does nothing.
