@@ -18,8 +18,12 @@ const QList<int>& refreshIntervalOptions()
 
 bool setLaunchAtLogin(bool enabled)
 {
+    return setLaunchAtLogin(enabled, platform::LoginItem::autostartDirectory());
+}
+
+bool setLaunchAtLogin(bool enabled, const QString& directory)
+{
     namespace LoginItem = platform::LoginItem;
-    const QString directory = LoginItem::autostartDirectory();
     // The installed program is named by its install path, so the entry keeps
     // working however this copy was started (a link, /bin on a merged /usr).
     const QString program
