@@ -24,16 +24,20 @@ set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "https://limitra.app/")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# Qt loads the QML modules that the panel and the windows import at run time;
-# nothing links them, so the library scan cannot see them. tests/package checks
-# that every import of src/ui, and every module a snapshot loads, is named here.
-set(LIMITRA_QML_RUNTIME_PACKAGES
+# What the program opens at run time rather than links, so the library scan
+# cannot see it: the QML modules that the panel and the windows import, and
+# libcurl and libsecret, opened on first use. tests/package checks that every
+# import of src/ui, every library opened by name and every module a snapshot
+# loads is named here.
+set(LIMITRA_RUNTIME_PACKAGES
     qml6-module-qtqml
     qml6-module-qtqml-workerscript
     qml6-module-qtquick
     qml6-module-qtquick-controls
-    qml6-module-qtquick-templates)
-string(JOIN ", " CPACK_DEBIAN_PACKAGE_DEPENDS ${LIMITRA_QML_RUNTIME_PACKAGES})
+    qml6-module-qtquick-templates
+    libcurl4
+    libsecret-1-0)
+string(JOIN ", " CPACK_DEBIAN_PACKAGE_DEPENDS ${LIMITRA_RUNTIME_PACKAGES})
 # The secret store, and the colour emoji that mark each service in the panel.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "gnome-keyring, fonts-noto-color-emoji")
 

@@ -26,7 +26,7 @@ dpkg-deb -I "$deb" >/dev/null || fail "dpkg-deb -I"
 [[ "$(field Maintainer)" =~ ^[^\<]+\ \<[^@\>]+@[^\>]+\>$ ]] || fail "Maintainer: $(field Maintainer)"
 # Package names in Depends, without versions or alternatives.
 depends=$(field Depends | tr ',|' '\n\n' | sed 's/(.*//; s/ //g; s/:any$//' | sort -u)
-for lib in libqt6core6 libqt6quick6 libcurl4 libsecret-1-0; do
+for lib in libc6 libqt6core6 libqt6gui6 libqt6quick6; do
     grep -qx "$lib" <<<"$depends" || fail "the library scan missed $lib: $(field Depends)"
 done
 
@@ -47,6 +47,13 @@ for module_uri in $(cat "$src"/src/ui/*.qml "$src"/src/ui/*/*.qml 2>/dev/null \
     file=$(ls "$root"/usr/lib/*/qt6/qml/"$dir"/qmldir "$qml/$dir/qmldir" 2>/dev/null | head -1)
     [ -n "$file" ] || { fail "import $module_uri: no such module here"; continue; }
     covered "$file" || fail "import $module_uri: $(dpkg -S "$file" 2>&1 | head -1) is not in Depends"
+done
+
+# Every library the program opens by name on first use (platform/LazyLibrary).
+for soname in $(grep -rhoE 'LazyLibrary::load\("[^"]+"' "$src/src" | sed 's/.*("//; s/"$//' | sort -u); do
+    file=$(/sbin/ldconfig -p | awk -v s="$soname" '$1 == s { print $NF; exit }')
+    [ -n "$file" ] || { fail "$soname: no such library here"; continue; }
+    covered "$(realpath "$file")" || fail "$soname: $(dpkg -S "$(realpath "$file")" 2>&1 | head -1) is not in Depends"
 done
 
 # The unpacked program, as a user without a desktop session, sessions or network.
