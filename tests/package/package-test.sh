@@ -56,7 +56,7 @@ for soname in $(grep -rhoE 'LazyLibrary::load\("[^"]+"' "$src/src" | sed 's/.*("
     covered "$(realpath "$file")" || fail "$soname: $(dpkg -S "$(realpath "$file")" 2>&1 | head -1) is not in Depends"
 done
 
-# The unpacked program, as a user without a desktop session, sessions or network.
+# The unpacked program, as a new user without a desktop session or any sessions of the two tools.
 home=$tmp/home
 mkdir -p "$home"
 run() {
