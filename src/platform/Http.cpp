@@ -2,6 +2,7 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
 #include <memory>
 #include <mutex>
 
@@ -19,6 +20,11 @@ namespace {
             return 0; // makes curl fail the transfer
         body->append(data, static_cast<qsizetype>(n));
         return n;
+    }
+
+    bool isControl(char c)
+    {
+        return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f;
     }
 
     struct EasyDeleter
@@ -39,6 +45,12 @@ void globalInit()
 
 std::optional<HttpResponse> send(const HttpRequest& request)
 {
+    // A control character in a header would add a header line or cut one
+    // short; such a request is never sent.
+    for (const auto& [name, value] : request.headers) {
+        if (std::any_of(name.cbegin(), name.cend(), isControl) || std::any_of(value.cbegin(), value.cend(), isControl))
+            return std::nullopt;
+    }
     globalInit();
     std::unique_ptr<CURL, EasyDeleter> easy(curl_easy_init());
     if (!easy)
