@@ -42,6 +42,7 @@ namespace {
         const QString canonical = info.canonicalFilePath();
         return canonical.isEmpty() ? info.symLinkTarget() : canonical;
     }
+
     QString temporaryPrefix(const QFileInfo& target)
     {
         return QStringLiteral(".%1.limitra-").arg(target.fileName());
@@ -61,11 +62,12 @@ namespace {
     {
         const QString prefix = temporaryPrefix(target);
         const QDir dir = target.absoluteDir();
-        for (const QString& name : dir.entryList(QDir::Files | QDir::Hidden | QDir::System)) {
+        for (const QString& name : dir.entryList(QDir::Files | QDir::Hidden)) {
             if (!name.startsWith(prefix) || name.size() != prefix.size() + 6)
                 continue;
             const QByteArray stale = QFile::encodeName(dir.filePath(name));
-            const int fd = ::open(stale.constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+            // Non-blocking: a FIFO put there since the listing must not stall the write.
+            const int fd = ::open(stale.constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
             if (fd < 0)
                 continue;
             if (::flock(fd, LOCK_EX | LOCK_NB) == 0 && sameFile(fd, stale))

@@ -39,7 +39,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::require(fuzz::matches(R"(^(ahora|\d{1,2}m|\d{1,2}h \d{1,2}m|\d+d \d{1,2}h)$)", countdown),
         "the countdown reads like 2d 5h, 4h 7m, 12m or ahora", countdown);
     const QString stamp = FormatUtil::iso8601Fractional(a);
-    fuzz::require(fuzz::matches(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z$)", stamp) && FormatUtil::parseISODate(stamp),
+    fuzz::require(fuzz::matches(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z$)", stamp)
+            && FormatUtil::parseISODate(stamp),
         "the refresh time stamp is a readable date", stamp);
 
     const LimitRow row { QStringLiteral("x"), QStringLiteral("x"), a, b, std::nullopt };

@@ -26,7 +26,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::require(!(UpdateChecker::isNewer(a, b) && UpdateChecker::isNewer(b, a)),
         "of two versions at most one is newer", a + QStringLiteral(" | ") + b);
     // A version with ".0" added names the same release.
-    fuzz::require(!UpdateChecker::isNewer(a + QStringLiteral(".0"), a) && !UpdateChecker::isNewer(a, a + QStringLiteral(".0")),
+    fuzz::require(!UpdateChecker::isNewer(a + QStringLiteral(".0"), a)
+            && !UpdateChecker::isNewer(a, a + QStringLiteral(".0")),
         "trailing zero components change nothing", a);
     return 0;
 }

@@ -34,10 +34,11 @@ const QByteArray kCodexUsage = R"({"rate_limit":{"primary_window":{"used_percent
 // A Claude Code document big enough that writing it takes a while.
 QJsonObject claudeDocument(const QString& token)
 {
-    return QJsonObject { { "claudeAiOauth",
-                             QJsonObject { { "accessToken", token }, { "refreshToken", "rt-" + token },
-                                 { "expiresAt", 0 } } },
-        { "padding", QString(64 * 1024, u'x') } };
+    return QJsonObject {
+        { "claudeAiOauth",
+            QJsonObject { { "accessToken", token }, { "refreshToken", "rt-" + token }, { "expiresAt", 0 } } },
+        { "padding", QString(64 * 1024, u'x') }
+    };
 }
 
 QStringList entries(const QString& dir)
@@ -94,9 +95,9 @@ private Q_SLOTS:
             QVERIFY(WIFSIGNALED(status));
 
             const QByteArray now = readFile(file);
-            QVERIFY2(now == old || now == renewed, qPrintable(QStringLiteral("partial file after kill %1: %2 bytes")
-                                                                  .arg(kills)
-                                                                  .arg(now.size())));
+            QVERIFY2(now == old || now == renewed,
+                qPrintable(
+                    QStringLiteral("partial file after kill %1: %2 bytes").arg(kills).arg(now.size())));
             QVERIFY(platform::Json::parseObject(now));
             QCOMPARE(modeOf(file), 0600);
             QCOMPARE(QFileInfo(file).ownerId(), owner);
@@ -137,8 +138,9 @@ private Q_SLOTS:
         if (mount == u"full")
             QVERIFY(mountOrWarn("tmpfs", dir, "tmpfs", 0, "size=128k,mode=0700"));
 
-        const QByteArray old = claude ? platform::Json::compact(claudeDocument("old"))
-                                      : QByteArray(R"({"tokens":{"access_token":"at-1","refresh_token":"rt-1"}})");
+        const QByteArray old = claude
+            ? platform::Json::compact(claudeDocument("old"))
+            : QByteArray(R"({"tokens":{"access_token":"at-1","refresh_token":"rt-1"}})");
         QVERIFY(t.write(relative, old));
         if (mount == u"full") {
             QFile filler(QDir(dir).filePath("filler"));
