@@ -150,7 +150,8 @@ bool writeAtomic(const QString& path, const QByteArray& data)
 
     const QFileInfo info(target);
     removeStaleTemporaries(info);
-    QByteArray tmp = QFile::encodeName(info.absoluteDir().filePath(temporaryPrefix(info) + QStringLiteral("XXXXXX")));
+    QByteArray tmp
+        = QFile::encodeName(info.absoluteDir().filePath(temporaryPrefix(info) + QStringLiteral("XXXXXX")));
     const int fd = createLockedTemporary(tmp);
     if (fd < 0)
         return false;

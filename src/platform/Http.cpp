@@ -48,7 +48,8 @@ std::optional<HttpResponse> send(const HttpRequest& request)
     // A control character in a header would add a header line or cut one
     // short; such a request is never sent.
     for (const auto& [name, value] : request.headers) {
-        if (std::any_of(name.cbegin(), name.cend(), isControl) || std::any_of(value.cbegin(), value.cend(), isControl))
+        if (std::any_of(name.cbegin(), name.cend(), isControl)
+            || std::any_of(value.cbegin(), value.cend(), isControl))
             return std::nullopt;
     }
     globalInit();

@@ -25,7 +25,8 @@ std::optional<QString> string(const QJsonObject& object, QStringView key)
 std::optional<QString> token(const QJsonObject& object, QStringView key)
 {
     std::optional<QString> text = string(object, key);
-    if (text && std::any_of(text->cbegin(), text->cend(), [](QChar c) { return c.category() == QChar::Other_Control; }))
+    const auto isControl = [](QChar c) { return c.category() == QChar::Other_Control; };
+    if (text && std::any_of(text->cbegin(), text->cend(), isControl))
         return std::nullopt;
     return text;
 }

@@ -104,8 +104,9 @@ std::optional<int> Sandbox::enter(int argc, char** argv, bool ownNetwork)
     const QString unshare = QStandardPaths::findExecutable(QStringLiteral("unshare"));
     if (unshare.isEmpty())
         return skip("unshare is not installed");
-    const QStringList namespaces = ownNetwork ? QStringList { QStringLiteral("--net"), QStringLiteral("--mount") }
-                                              : QStringList { QStringLiteral("--mount") };
+    QStringList namespaces { QStringLiteral("--mount") };
+    if (ownNetwork)
+        namespaces.prepend(QStringLiteral("--net"));
     if (QProcess::execute(unshare, namespaces + QStringList { QStringLiteral("true") }) != 0)
         return skip("unshare is refused here");
 

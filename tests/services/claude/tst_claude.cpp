@@ -307,7 +307,8 @@ private Q_SLOTS:
             << QByteArray(R"("used":{"amount_minor":1,"exponent":-400},"limit":{"amount_minor":2})")
             << QList<LimitRow> {};
         QTest::newRow("percentage overflows")
-            << QByteArray(R"("used":{"amount_minor":1e308},"limit":{"amount_minor":1e-300})") << QList<LimitRow> {};
+            << QByteArray(R"("used":{"amount_minor":1e308},"limit":{"amount_minor":1e-300})")
+            << QList<LimitRow> {};
         QTest::newRow("percent given beyond the model")
             << QByteArray(R"("percent":1e300,"used":{"amount_minor":1},"limit":{"amount_minor":2})")
             << QList<LimitRow> {};
@@ -575,7 +576,8 @@ private Q_SLOTS:
         } else {
             const auto saved = platform::Json::parseObject(t->read(kFile));
             QVERIFY(saved);
-            QCOMPARE(saved->value(u"claudeAiOauth").toObject().value(u"expiresAt").toDouble(), savedExpiresAt);
+            const QJsonObject oauth = saved->value(u"claudeAiOauth").toObject();
+            QCOMPARE(oauth.value(u"expiresAt").toDouble(), savedExpiresAt);
         }
     }
 

@@ -233,7 +233,8 @@ private Q_SLOTS:
         QTest::newRow("access_token a number") << file << QByteArray(R"({"tokens":{"access_token":1}})");
         QTest::newRow("access_token with a line break")
             << file << QByteArray(R"({"tokens":{"access_token":"a\r\nX-Evil: 1"}})");
-        QTest::newRow("access_token with a NUL") << file << QByteArray(R"({"tokens":{"access_token":"a\u0000b"}})");
+        QTest::newRow("access_token with a NUL")
+            << file << QByteArray(R"({"tokens":{"access_token":"a\u0000b"}})");
     }
     void unusableAuthFileGivesCredentialsError()
     {
