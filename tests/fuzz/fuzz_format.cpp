@@ -23,8 +23,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const QString text = QString::fromUtf8(reinterpret_cast<const char*>(data), static_cast<qsizetype>(size));
     if (const auto parsed = FormatUtil::parseISODate(text); parsed && writable(*parsed)) {
         const QString written = FormatUtil::iso8601Fractional(*parsed);
+        // Written to the millisecond: half of one, and the doubles' own rounding, may be lost.
         const auto again = FormatUtil::parseISODate(written);
-        fuzz::require(again && std::abs(*again - *parsed) <= 0.0005, "a parsed date writes and reads back",
+        fuzz::require(again && std::abs(*again - *parsed) <= 0.0006, "a parsed date writes and reads back",
             text + QStringLiteral(" → ") + written);
     }
 
