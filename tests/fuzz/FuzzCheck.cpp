@@ -4,6 +4,8 @@
 #include "model/PercentMode.h"
 #include "platform/Json.h"
 
+#include <httplib.h>
+
 #include <QHash>
 #include <QRegularExpression>
 
@@ -97,9 +99,10 @@ QSet<QByteArray> tokens(const QJsonObject& object, std::initializer_list<QString
     QSet<QByteArray> out;
     for (const QStringView key : keys) {
         if (const auto text = platform::Json::string(object, key)) {
-            // The test server trims header values and decodes %XX in them.
+            // The test server trims header values and decodes %XX in them its own way.
             out.insert(text->toUtf8().trimmed());
-            out.insert(QByteArray::fromPercentEncoding(text->toUtf8()).trimmed());
+            out.insert(QByteArray::fromStdString(httplib::detail::decode_url(text->toStdString(), false))
+                           .trimmed());
         }
     }
     return out;
