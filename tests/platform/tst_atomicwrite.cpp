@@ -170,8 +170,10 @@ private Q_SLOTS:
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
+    // Where no private mount namespace can be made, the kills still run.
     if (::geteuid() == 0) {
-        if (const std::optional<int> status = e2e::Sandbox::enter(argc, argv, false))
+        const std::optional<int> status = e2e::Sandbox::enter(argc, argv, false);
+        if (status && *status != e2e::Sandbox::kSkipped)
             return *status;
     }
     TestAtomicWrite test;
