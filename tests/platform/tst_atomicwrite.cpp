@@ -81,7 +81,7 @@ private Q_SLOTS:
         QElapsedTimer clock;
         clock.start();
         int kills = 0, interrupted = 0;
-        for (; kills < 400 && clock.elapsed() < 20000; ++kills) {
+        for (; kills < 300 && clock.elapsed() < 15000; ++kills) {
             const pid_t child = ::fork();
             QVERIFY(child >= 0);
             if (child == 0) {
