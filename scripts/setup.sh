@@ -14,6 +14,7 @@ packages=(
     gnome-keyring libsecret-tools dbus dbus-x11 libglib2.0-bin
     fonts-noto-color-emoji fonts-dejavu-core
     openssl iproute2 util-linux curl file ca-certificates
+    clang libclang-rt-14-dev
 )
 
 missing=()

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds and runs every test: the whole suite on the
 # dev build (warnings are errors), then the unit tests again under
-# AddressSanitizer and UBSan.
+# AddressSanitizer, UBSan and LeakSanitizer, then every fuzz target for a
+# short while on clang.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -14,3 +15,5 @@ ctest --preset dev -j "$jobs"
 cmake --preset asan
 cmake --build --preset asan -j "$jobs"
 ctest --preset asan -j "$jobs"
+
+bash scripts/fuzz.sh 20
