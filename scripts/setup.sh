@@ -15,6 +15,7 @@ packages=(
     fonts-noto-color-emoji fonts-dejavu-core
     openssl iproute2 util-linux curl file ca-certificates
     dpkg-dev desktop-file-utils appstream man-db lintian
+    clang libclang-rt-14-dev
 )
 
 missing=()

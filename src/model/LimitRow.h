@@ -9,6 +9,14 @@
 
 namespace limitra {
 
+// Whether a number from a service fits the model: finite and within the
+// signed 64-bit range once made whole. Percentages, amounts and moments
+// outside it are never shown; the services drop or ignore them.
+inline bool fitsModel(double value)
+{
+    return std::abs(value) < 9223372036854775808.0; // 2^63; false for NaN and infinities
+}
+
 // One usage limit of one service. Moments are seconds since the Unix epoch.
 struct LimitRow
 {

@@ -6,6 +6,7 @@
 #define CURL_DISABLE_TYPECHECK
 #include <curl/curl.h>
 
+#include <algorithm>
 #include <memory>
 
 namespace limitra::platform::Http {
@@ -47,6 +48,11 @@ namespace {
         return n;
     }
 
+    bool isControl(char c)
+    {
+        return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f;
+    }
+
     struct EasyDeleter
     {
         void operator()(CURL* h) const { curl()->curl_easy_cleanup(h); }
@@ -64,6 +70,13 @@ void globalInit()
 
 std::optional<HttpResponse> send(const HttpRequest& request)
 {
+    // A control character in a header would add a header line or cut one
+    // short; such a request is never sent.
+    for (const auto& [name, value] : request.headers) {
+        if (std::any_of(name.cbegin(), name.cend(), isControl)
+            || std::any_of(value.cbegin(), value.cend(), isControl))
+            return std::nullopt;
+    }
     const Curl* api = curl();
     if (!api)
         return std::nullopt;

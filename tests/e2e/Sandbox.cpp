@@ -31,7 +31,7 @@ QByteArray currentNamespaces()
 
 int skip(const char* why)
 {
-    std::fprintf(stderr, "SKIP: the end-to-end tests need root and unshare(1): %s\n", why);
+    std::fprintf(stderr, "SKIP: this test needs root and unshare(1): %s\n", why);
     return Sandbox::kSkipped;
 }
 
@@ -87,12 +87,13 @@ const QStringList& Sandbox::hostNames()
     return names;
 }
 
-std::optional<int> Sandbox::enter(int argc, char** argv)
+std::optional<int> Sandbox::enter(int argc, char** argv, bool ownNetwork)
 {
     if (const char* outer = std::getenv(kMarker)) {
         const QList<QByteArray> before = QByteArray(outer).split(' ');
         const QList<QByteArray> now = currentNamespaces().split(' ');
-        if (before.size() != 2 || now.size() != 2 || now[0] == before[0] || now[1] == before[1]) {
+        if (before.size() != 2 || now.size() != 2 || (ownNetwork && now[0] == before[0])
+            || now[1] == before[1]) {
             std::fprintf(stderr, "refusing to prepare the sandbox: still in the outer namespaces\n");
             return 1;
         }
@@ -103,16 +104,20 @@ std::optional<int> Sandbox::enter(int argc, char** argv)
     const QString unshare = QStandardPaths::findExecutable(QStringLiteral("unshare"));
     if (unshare.isEmpty())
         return skip("unshare is not installed");
-    if (QProcess::execute(
-            unshare, { QStringLiteral("--net"), QStringLiteral("--mount"), QStringLiteral("true") })
-        != 0)
-        return skip("unshare --net --mount is refused here");
+    QStringList namespaces { QStringLiteral("--mount") };
+    if (ownNetwork)
+        namespaces.prepend(QStringLiteral("--net"));
+    if (QProcess::execute(unshare, namespaces + QStringList { QStringLiteral("true") }) != 0)
+        return skip("unshare is refused here");
 
     const QByteArray self = QFile::encodeName(QCoreApplication::applicationFilePath());
     const QByteArray unshareName = QFile::encodeName(unshare);
-    std::vector<char*> arguments { const_cast<char*>(unshareName.constData()), const_cast<char*>("--net"),
-        const_cast<char*>("--mount"), const_cast<char*>("--propagation"), const_cast<char*>("private"),
-        const_cast<char*>("--"), const_cast<char*>(self.constData()) };
+    std::vector<char*> arguments { const_cast<char*>(unshareName.constData()) };
+    if (ownNetwork)
+        arguments.push_back(const_cast<char*>("--net"));
+    for (const char* option : { "--mount", "--propagation", "private", "--" })
+        arguments.push_back(const_cast<char*>(option));
+    arguments.push_back(const_cast<char*>(self.constData()));
     for (int i = 1; i < argc; ++i)
         arguments.push_back(argv[i]);
     arguments.push_back(nullptr);
@@ -121,6 +126,11 @@ std::optional<int> Sandbox::enter(int argc, char** argv)
     ::execv(unshareName.constData(), arguments.data());
     std::fprintf(stderr, "cannot run %s: %s\n", unshareName.constData(), std::strerror(errno));
     return 1;
+}
+
+bool Sandbox::entered()
+{
+    return std::getenv(kMarker) != nullptr;
 }
 
 Sandbox::Sandbox() = default;

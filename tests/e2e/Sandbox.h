@@ -24,10 +24,12 @@ public:
     static const QStringList& hostNames();
 
     // Outside the namespace, runs this same program again inside
-    // `unshare --net --mount` and gives its exit status, or kSkipped with a
-    // message when that is impossible (not root, no unshare). Inside, gives
-    // nothing and the caller carries on.
-    static std::optional<int> enter(int argc, char** argv);
+    // `unshare --net --mount` (only `--mount` without ownNetwork) and gives
+    // its exit status, or kSkipped with a message when that is impossible
+    // (not root, no unshare). Inside, gives nothing and the caller carries on.
+    static std::optional<int> enter(int argc, char** argv, bool ownNetwork = true);
+    // Whether this process runs inside the namespace that enter() made.
+    static bool entered();
 
     Sandbox();
 

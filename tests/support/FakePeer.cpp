@@ -113,6 +113,11 @@ void FakePeer::onSequence(const QByteArray& method, const QByteArray& path, cons
     d->script.set(method + ' ' + path, answers);
 }
 
+void FakePeer::clear()
+{
+    d->script.clear();
+}
+
 QList<RecordedRequest> FakePeer::requests() const
 {
     return d->script.requests();

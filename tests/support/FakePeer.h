@@ -63,6 +63,9 @@ public:
     // Answers used in order; the last one repeats.
     void onSequence(const QByteArray& method, const QByteArray& path, const QList<PeerAnswer>& answers);
 
+    // Forgets every script and recorded request.
+    void clear();
+
     QList<RecordedRequest> requests() const;
     QList<RecordedRequest> requests(const QByteArray& method, const QByteArray& path) const;
 

@@ -21,13 +21,13 @@ QList<Lineage> loadLineages(const platform::Environment& env)
 {
     QList<Lineage> lineages;
 
-    // Keeps a source's document only when it holds a session with a refresh token.
+    // Keeps a source's document only when it holds a session with a usable refresh token.
     const auto append = [&lineages](const QByteArray& bytes) {
         const std::optional<QJsonObject> creds = platform::Json::parseObject(bytes);
         if (!creds)
             return;
         const std::optional<QJsonObject> oauth = platform::Json::object(*creds, u"claudeAiOauth");
-        if (!oauth || !platform::Json::string(*oauth, u"refreshToken"))
+        if (!oauth || !platform::Json::token(*oauth, u"refreshToken"))
             return;
         lineages.append(Lineage { *creds, *oauth });
     };

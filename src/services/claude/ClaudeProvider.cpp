@@ -1,5 +1,6 @@
 #include "services/claude/ClaudeProvider.h"
 
+#include "model/LimitRow.h"
 #include "model/PlanBadge.h"
 #include "platform/Environment.h"
 #include "platform/Http.h"
@@ -58,7 +59,7 @@ QByteArray refreshBody(const QString& refreshToken)
 
 std::optional<Lineage> refresh(const platform::Environment& env, const Lineage& lineage)
 {
-    const auto refreshToken = string(lineage.oauth, u"refreshToken");
+    const auto refreshToken = platform::Json::token(lineage.oauth, u"refreshToken");
     if (!refreshToken)
         return std::nullopt;
 
@@ -72,16 +73,24 @@ std::optional<Lineage> refresh(const platform::Environment& env, const Lineage& 
     if (!response || response->status != 200)
         return std::nullopt;
     const auto answer = platform::Json::parseObject(response->body);
-    const auto accessToken = answer ? string(*answer, u"access_token") : std::nullopt;
+    const auto accessToken = answer ? platform::Json::token(*answer, u"access_token") : std::nullopt;
     if (!accessToken)
+        return std::nullopt;
+    // A refresh token that could not be sent again fails the whole answer, so
+    // nothing of it is saved.
+    const auto newRefreshToken = string(*answer, u"refresh_token");
+    if (newRefreshToken && !platform::Json::token(*answer, u"refresh_token"))
         return std::nullopt;
 
     QJsonObject oauth = lineage.oauth;
     oauth.insert(QStringLiteral("accessToken"), *accessToken);
-    if (const auto newRefreshToken = string(*answer, u"refresh_token"))
+    if (newRefreshToken)
         oauth.insert(QStringLiteral("refreshToken"), *newRefreshToken);
-    if (const auto expiresIn = number(*answer, u"expires_in"))
-        oauth.insert(QStringLiteral("expiresAt"), (env.now() + *expiresIn) * 1000);
+    // An expiry beyond what the model can carry is treated as none given.
+    if (const auto expiresIn = number(*answer, u"expires_in")) {
+        if (const double expiresAt = (env.now() + *expiresIn) * 1000; fitsModel(expiresAt))
+            oauth.insert(QStringLiteral("expiresAt"), expiresAt);
+    }
 
     QJsonObject creds = lineage.creds;
     creds.insert(QStringLiteral("claudeAiOauth"), oauth);
@@ -107,8 +116,8 @@ ServiceUsage fetch(const platform::Environment& env)
     const auto refreshAny = [&env](const QList<Lineage>& lineages) -> std::optional<QString> {
         for (const Lineage& lineage : lineages) {
             if (const auto renewed = refresh(env, lineage)) {
-                if (const auto token = string(renewed->oauth, u"accessToken"))
-                    return token;
+                if (const auto accessToken = platform::Json::token(renewed->oauth, u"accessToken"))
+                    return accessToken;
             }
         }
         return std::nullopt;
@@ -127,7 +136,7 @@ ServiceUsage fetch(const platform::Environment& env)
     const double threshold = env.now() * 1000 + freshnessMarginMs;
     for (const Lineage& lineage : lineages) {
         if (number(lineage.oauth, u"expiresAt").value_or(0) > threshold) {
-            token = string(lineage.oauth, u"accessToken");
+            token = platform::Json::token(lineage.oauth, u"accessToken");
             break;
         }
     }

@@ -56,9 +56,10 @@ std::optional<LimitRow> window(
     const QJsonObject& answer, QStringView key, const QString& id, const QString& title)
 {
     const auto w = object(answer, key);
-    if (!w)
+    const double used = w ? number(*w, u"utilization").value_or(0) : 0;
+    if (!w || !fitsModel(used))
         return std::nullopt;
-    return LimitRow { id, title, number(*w, u"utilization").value_or(0), resetsAt(*w), std::nullopt };
+    return LimitRow { id, title, used, resetsAt(*w), std::nullopt };
 }
 
 // Two decimals as printf's "%.2f" writes them, whatever the process locale.
@@ -86,8 +87,13 @@ std::optional<LimitRow> extraCredits(const QJsonObject& answer)
     // The exponent of the spent amount applies to both amounts.
     const double divisor = std::pow(10.0, number(*used, u"exponent").value_or(2));
     const double percent = number(*spend, u"percent").value_or(*usedMinor / *limitMinor * 100);
+    const double usedDollars = *usedMinor / divisor;
+    const double limitDollars = *limitMinor / divisor;
+    // An exponent or amount that leaves the finite range would print "inf" or "nan".
+    if (!fitsModel(percent) || !fitsModel(usedDollars) || !fitsModel(limitDollars))
+        return std::nullopt;
     const QString detail
-        = QStringLiteral("$%1 / $%2 USD").arg(dollars(*usedMinor / divisor), dollars(*limitMinor / divisor));
+        = QStringLiteral("$%1 / $%2 USD").arg(dollars(usedDollars), dollars(limitDollars));
     return LimitRow { QStringLiteral("claude-extra"), QStringLiteral("Créditos extra"), percent, std::nullopt,
         detail };
 }
@@ -101,8 +107,10 @@ QList<LimitRow> parseRows(const QJsonObject& answer)
             const QJsonObject limit = element.toObject();
             const QString kind = string(limit, u"kind").value_or(QString());
             const QString title = titleFor(kind, limit);
-            rows.append(LimitRow { QStringLiteral("claude-") + kind + u'-' + title, title,
-                number(limit, u"percent").value_or(0), resetsAt(limit), std::nullopt });
+            const double used = number(limit, u"percent").value_or(0);
+            if (fitsModel(used))
+                rows.append(LimitRow { QStringLiteral("claude-") + kind + u'-' + title, title, used,
+                    resetsAt(limit), std::nullopt });
         }
     } else {
         if (auto row = window(answer, u"five_hour", QStringLiteral("claude-5h"), kSessionTitle))

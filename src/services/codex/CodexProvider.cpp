@@ -60,7 +60,7 @@ std::optional<HttpResponse> Session::callUsage() const
 
 bool Session::refreshToken()
 {
-    const std::optional<QString> refresh = Json::string(tokens, u"refresh_token");
+    const std::optional<QString> refresh = Json::token(tokens, u"refresh_token");
     if (!refresh)
         return false;
 
@@ -81,9 +81,14 @@ bool Session::refreshToken()
     if (!answer || answer->status != 200)
         return false;
     const std::optional<QJsonObject> granted = Json::parseObject(answer->body);
-    const std::optional<QString> newAccess = granted ? Json::string(*granted, u"access_token") : std::nullopt;
+    const std::optional<QString> newAccess = granted ? Json::token(*granted, u"access_token") : std::nullopt;
     if (!newAccess)
         return false;
+    // A token that could never be sent fails the whole answer, so none of it is saved.
+    for (const QStringView key : { u"refresh_token", u"id_token" }) {
+        if (Json::string(*granted, key) && !Json::token(*granted, key))
+            return false;
+    }
 
     accessToken = *newAccess;
     tokens.insert(QStringLiteral("access_token"), *newAccess);
@@ -121,10 +126,15 @@ std::optional<LimitRow> row(const std::optional<QJsonObject>& window, const QStr
     result.id = QStringLiteral("codex-") + key;
     result.title = windowTitle(Json::number(*window, u"limit_window_seconds").value_or(0), key);
     result.usedPercent = Json::number(*window, u"used_percent").value_or(0);
+    if (!fitsModel(result.usedPercent))
+        return std::nullopt;
     if (const auto resetAt = Json::number(*window, u"reset_at"))
         result.resetsAt = *resetAt;
     else if (const auto resetAfter = Json::number(*window, u"reset_after_seconds"))
         result.resetsAt = now + *resetAfter;
+    // A reset beyond any calendar is as good as none.
+    if (result.resetsAt && !fitsModel(*result.resetsAt))
+        result.resetsAt.reset();
     return result;
 }
 } // namespace
@@ -149,13 +159,13 @@ ServiceUsage fetch(const platform::Environment& env)
     const std::optional<QByteArray> bytes = platform::Files::read(path);
     const std::optional<QJsonObject> root = bytes ? Json::parseObject(*bytes) : std::nullopt;
     const std::optional<QJsonObject> tokens = root ? Json::object(*root, u"tokens") : std::nullopt;
-    const std::optional<QString> access = tokens ? Json::string(*tokens, u"access_token") : std::nullopt;
+    const std::optional<QString> access = tokens ? Json::token(*tokens, u"access_token") : std::nullopt;
     if (!access) {
         usage.error = missingCredentials();
         return usage;
     }
 
-    Session session { env, path, *root, *tokens, *access, Json::string(*tokens, u"account_id") };
+    Session session { env, path, *root, *tokens, *access, Json::token(*tokens, u"account_id") };
     std::optional<HttpResponse> answer = session.callUsage();
     if (answer && (answer->status == 401 || answer->status == 403)) {
         if (!session.refreshToken()) {

@@ -263,6 +263,14 @@ private Q_SLOTS:
             << QByteArray(R"({"limits":{"kind":"session"},"five_hour":5,"seven_day":{"utilization":30}})")
             << QList { row(weekly, 30, {}, {}, "claude-7d") };
         QTest::newRow("nothing known") << QByteArray(R"({"other":1})") << QList<LimitRow> {};
+        // A percentage that no whole number of 64 bits can show is dropped with its row.
+        QTest::newRow("percent beyond the model drops the row")
+            << QByteArray(R"({"limits":[{"kind":"a","percent":1e308},{"kind":"b","percent":-1e19},
+                {"kind":"c","percent":9.2e18}]})")
+            << QList { row("c", 9.2e18, {}, {}, "claude-c-c") };
+        QTest::newRow("utilization beyond the model drops the window")
+            << QByteArray(R"({"five_hour":{"utilization":1e308},"seven_day":{"utilization":-5}})")
+            << QList { row(weekly, -5, {}, {}, "claude-7d") };
     }
     void rowsFollowTheAnswer()
     {
@@ -294,6 +302,19 @@ private Q_SLOTS:
                                   << QList<LimitRow> {};
         QTest::newRow("zero limit") << QByteArray(R"("used":{"amount_minor":1},"limit":{"amount_minor":0})")
                                     << QList<LimitRow> {};
+        // Arithmetic that leaves the finite range would print "$inf" or "nan% usado".
+        QTest::newRow("exponent dividing by zero")
+            << QByteArray(R"("used":{"amount_minor":1,"exponent":-400},"limit":{"amount_minor":2})")
+            << QList<LimitRow> {};
+        QTest::newRow("percentage overflows")
+            << QByteArray(R"("used":{"amount_minor":1e308},"limit":{"amount_minor":1e-300})")
+            << QList<LimitRow> {};
+        QTest::newRow("percent given beyond the model")
+            << QByteArray(R"("percent":1e300,"used":{"amount_minor":1},"limit":{"amount_minor":2})")
+            << QList<LimitRow> {};
+        QTest::newRow("huge exponent shows zero dollars")
+            << QByteArray(R"("used":{"amount_minor":1,"exponent":400},"limit":{"amount_minor":2})")
+            << QList { extra(50, "$0.00 / $0.00 USD") };
         QTest::newRow("no used amount")
             << QByteArray(R"("used":{"amount":1},"limit":{"amount_minor":2})") << QList<LimitRow> {};
     }
@@ -328,6 +349,11 @@ private Q_SLOTS:
             << QByteArray(R"({"source":"code","claudeAiOauth":{"accessToken":"a","expiresAt":9}})")
             << QByteArray(R"([{"claudeAiOauth":{"refreshToken":"r"}}])") << QByteArray("{not json")
             << QStringList {};
+        // A line break would add a header line to the token request's answer use; a NUL cut it.
+        QTest::newRow("refresh token with a control character")
+            << QByteArray(R"({"source":"code","claudeAiOauth":{"refreshToken":"r\r\nX: y"}})")
+            << QByteArray(R"({"source":"own","claudeAiOauth":{"refreshToken":"r\u0000"}})")
+            << session("file", 1) << QStringList { "file" };
         QTest::newRow("session of the wrong types") << QByteArray(R"({"claudeAiOauth":"text"})")
                                                     << QByteArray(R"({"claudeAiOauth":{"refreshToken":5}})")
                                                     << session("file", 1) << QStringList { "file" };
@@ -448,6 +474,9 @@ private Q_SLOTS:
         QTest::newRow("first fresh one has no access token")
             << session("own", kThreshold + 10, "") << session("file", kThreshold + 5)
             << QList<QByteArray> { "rt-own" } << QByteArray("renewed");
+        QTest::newRow("fresh token with a line break is not sent")
+            << QByteArray() << session("file", kThreshold + 5, R"(,"accessToken":"a\r\nX-Evil: 1")")
+            << QList<QByteArray> { "rt-file" } << QByteArray("renewed");
     }
     void storedTokenOnlyWhenFreshBeyondMargin()
     {
@@ -512,6 +541,44 @@ private Q_SLOTS:
         QCOMPARE(t->read(kFile),
             R"({"claudeAiOauth":{"accessToken":"a2","expiresAt":0,"refreshToken":"rt-2",)"
             R"("subscriptionType":"pro"},"source":"file"})");
+    }
+
+    // savedExpiresAt: the expiry written back, or -1 when the file must stay as it was.
+    void tokenAnswersAreCheckedBeforeUseAndSaving_data()
+    {
+        QTest::addColumn<QByteArray>("tokenAnswer");
+        QTest::addColumn<QString>("error");
+        QTest::addColumn<double>("savedExpiresAt");
+        QTest::newRow("access token with a line break")
+            << QByteArray(R"({"access_token":"a\r\nX-Evil: 1","expires_in":60})") << kExpired << -1.0;
+        QTest::newRow("refresh token with a NUL")
+            << QByteArray(R"({"access_token":"a","refresh_token":"r\u0000x"})") << kExpired << -1.0;
+        QTest::newRow("expiry beyond the model keeps the stored one")
+            << QByteArray(R"({"access_token":"a","expires_in":1e308})") << QString() << 10.0;
+        QTest::newRow("negative expiry beyond the model")
+            << QByteArray(R"({"access_token":"a","expires_in":-1.7e308})") << QString() << 10.0;
+    }
+    void tokenAnswersAreCheckedBeforeUseAndSaving()
+    {
+        QFETCH(QByteArray, tokenAnswer);
+        QFETCH(QString, error);
+        QFETCH(double, savedExpiresAt);
+        const QByteArray stored = session("file", 10);
+        QVERIFY(t->write(kFile, stored));
+        t->peer.on("POST", kTokenPath, answer(200, tokenAnswer));
+        t->peer.on("GET", kUsagePath, answer(200, kUsage));
+
+        QCOMPARE(ClaudeProvider::fetch(t->env).errorOrEmpty(), error);
+        QCOMPARE(bearers(), error.isEmpty() ? QList<QByteArray> { "Bearer a" } : QList<QByteArray> {});
+        if (savedExpiresAt < 0) {
+            QCOMPARE(t->read(kFile), stored);
+            QCOMPARE(Keyring::count(kOwn), 0);
+        } else {
+            const auto saved = platform::Json::parseObject(t->read(kFile));
+            QVERIFY(saved);
+            const QJsonObject oauth = saved->value(u"claudeAiOauth").toObject();
+            QCOMPARE(oauth.value(u"expiresAt").toDouble(), savedExpiresAt);
+        }
     }
 
     void requestsPerFetchAreBounded_data()

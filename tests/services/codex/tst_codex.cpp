@@ -106,6 +106,14 @@ private Q_SLOTS:
             R"({"primary_window":[1],"secondary_window":{"used_percent":-5,"limit_window_seconds":"9"}})")
                                                                << QList { codexRow("secondary_window",
                                                                       "Ventana secundaria", -5) };
+        // Numbers no 64-bit whole number can hold: the percentage drops its row, a reset is unknown.
+        QTest::newRow("numbers beyond the model")
+            << QByteArray(R"({"primary_window":{"used_percent":1e308,"limit_window_seconds":18000},
+                              "secondary_window":{"used_percent":3,"reset_at":-1e300}})")
+            << QList { codexRow("secondary_window", "Ventana secundaria", 3) };
+        QTest::newRow("relative reset beyond the model")
+            << QByteArray(R"({"primary_window":{"used_percent":-9e18,"reset_after_seconds":1e19}})")
+            << QList { codexRow("primary_window", "Ventana principal", -9e18) };
         QTest::newRow("rate_limit not an object")
             << QByteArray(R"([{"primary_window":{}}])") << QList<LimitRow> {};
     }
@@ -127,6 +135,10 @@ private Q_SLOTS:
             << QByteArray(R"({"tokens":{"access_token":"at-1"}})") << QByteArray();
         QTest::newRow("account not a string")
             << QByteArray(R"({"tokens":{"access_token":"at-1","account_id":42}})") << QByteArray();
+        // A line break would add a header line; such an account counts as missing.
+        QTest::newRow("account with a line break")
+            << QByteArray(R"({"tokens":{"access_token":"at-1","account_id":"a\r\nX-Evil: 1"}})")
+            << QByteArray();
     }
     void usageRequestCarriesSessionHeaders()
     {
@@ -219,6 +231,10 @@ private Q_SLOTS:
         QTest::newRow("an array") << file << QByteArray(R"([{"tokens":{"access_token":"a"}}])");
         QTest::newRow("tokens a string") << file << QByteArray(R"({"tokens":"a"})");
         QTest::newRow("access_token a number") << file << QByteArray(R"({"tokens":{"access_token":1}})");
+        QTest::newRow("access_token with a line break")
+            << file << QByteArray(R"({"tokens":{"access_token":"a\r\nX-Evil: 1"}})");
+        QTest::newRow("access_token with a NUL")
+            << file << QByteArray(R"({"tokens":{"access_token":"a\u0000b"}})");
     }
     void unusableAuthFileGivesCredentialsError()
     {
@@ -327,6 +343,12 @@ private Q_SLOTS:
         QTest::newRow("no access_token") << kAuth << 403 << 200 << QByteArray(R"({"refresh_token":"rt-2"})");
         QTest::newRow("dropped") << kAuth << 403 << kDrop << QByteArray();
         QTest::newRow("never answers") << kAuth << 401 << kHang << QByteArray();
+        QTest::newRow("access token with a line break")
+            << kAuth << 401 << 200 << QByteArray(R"({"access_token":"at-2\r\nX-Evil: 1"})");
+        QTest::newRow("refresh token with a NUL")
+            << kAuth << 401 << 200 << QByteArray(R"({"access_token":"at-2","refresh_token":"r\u0000"})");
+        QTest::newRow("id token with a control character")
+            << kAuth << 403 << 200 << QByteArray(R"({"access_token":"at-2","id_token":"i\u001bd"})");
         QTest::newRow("no refresh_token in the file")
             << QByteArray(R"({"tokens":{"access_token":"at-1"}})") << 401 << 200 << good;
     }
