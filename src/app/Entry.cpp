@@ -7,6 +7,7 @@
 #include "services/codex/CodexProvider.h"
 
 #ifdef LIMITRA_HAVE_UI
+#include "app/LimitraApp.h"
 #include "ui/snapshot/SnapshotMode.h"
 #endif
 
@@ -52,7 +53,7 @@ namespace {
 // session, are not the program's to print; fatal ones still end the process.
 void dropQtMessages(QtMsgType, const QMessageLogContext&, const QString&) { }
 
-void note(const char* text)
+[[maybe_unused]] void note(const char* text)
 {
     std::fputs(text, stderr);
     std::fputc('\n', stderr);
@@ -87,7 +88,11 @@ int main(int argc, char** argv)
 #endif
         break;
     case Mode::Application:
-        note("limitra: esta compilación no incluye la aplicación de la bandeja todavía.");
+#ifdef LIMITRA_HAVE_UI
+        LimitraApp::main(argc, argv);
+#else
+        note("limitra: esta compilación no incluye la aplicación de la bandeja.");
+#endif
         break;
     }
     return 0;
