@@ -48,7 +48,11 @@ TrayItem::TrayItem(UsageStore& store, QObject* parent)
     update();
 }
 
-TrayItem::~TrayItem() = default;
+TrayItem::~TrayItem()
+{
+    if (!m_serviceName.isEmpty())
+        QDBusConnection::sessionBus().unregisterService(m_serviceName);
+}
 
 QString TrayItem::label() const
 {
