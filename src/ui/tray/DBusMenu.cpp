@@ -90,7 +90,7 @@ void DBusMenu::Event(int id, const QString& eventId, const QDBusVariant&, uint)
 {
     const QList<TrayMenuEntry> entries = trayMenuEntries();
     if (eventId == QLatin1String("clicked") && id >= 1 && id <= entries.size())
-        Q_EMIT triggered(entries.at(id - 1).action);
+        Q_EMIT entryClicked(id - 1);
 }
 
 QList<int> DBusMenu::EventGroup(const MenuEvents& events)

@@ -54,7 +54,8 @@ Q_SIGNALS:
     Q_SCRIPTABLE void LayoutUpdated(uint revision, int parent);
     Q_SCRIPTABLE void ItemActivationRequested(int id, uint timestamp);
 
-    void triggered(limitra::TrayAction action);
+    // Not for the bus: the position of the clicked entry in trayMenuEntries().
+    void entryClicked(int index);
 
 private:
     QVariantMap properties(int id) const;

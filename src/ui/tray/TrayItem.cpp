@@ -39,7 +39,8 @@ TrayItem::TrayItem(UsageStore& store, QObject* parent)
     m_item->setMenu(QDBusObjectPath(DBusMenu::kPath));
     connect(m_item, &StatusNotifierItem::activated, this, [this](int x, int y) { Q_EMIT activated({ x, y }); });
     connect(m_item, &StatusNotifierItem::contextMenuRequested, this, [this](int x, int y) { showMenu({ x, y }); });
-    connect(m_dbusMenu, &DBusMenu::triggered, this, &TrayItem::actionTriggered);
+    connect(m_dbusMenu, &DBusMenu::entryClicked, this,
+        [this](int index) { Q_EMIT actionTriggered(trayMenuEntries().at(index).action); });
 
     // The store tells of the four display settings through menuBarTextChanged.
     for (auto signal : { &UsageStore::menuBarTextChanged, &UsageStore::claudeChanged, &UsageStore::codexChanged })
