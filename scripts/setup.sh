@@ -14,6 +14,7 @@ packages=(
     gnome-keyring libsecret-tools dbus dbus-x11 libglib2.0-bin
     fonts-noto-color-emoji fonts-dejavu-core
     openssl iproute2 util-linux curl file ca-certificates
+    xvfb xfce4-panel xfce4-indicator-plugin ayatana-indicator-application x11-utils imagemagick
 )
 
 missing=()
