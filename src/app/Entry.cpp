@@ -1,15 +1,10 @@
 #include "app/Entry.h"
 
 #include "app/CheckReport.h"
+#include "app/GuiModule.h"
 #include "platform/Environment.h"
-#include "platform/Http.h"
 #include "services/claude/ClaudeProvider.h"
 #include "services/codex/CodexProvider.h"
-
-#ifdef LIMITRA_HAVE_UI
-#include "app/LimitraApp.h"
-#include "ui/snapshot/SnapshotMode.h"
-#endif
 
 #include <QFuture>
 #include <QTextStream>
@@ -52,12 +47,6 @@ namespace {
 // diagnostics, such as the missing runtime folder of a shell without a desktop
 // session, are not the program's to print; fatal ones still end the process.
 void dropQtMessages(QtMsgType, const QMessageLogContext&, const QString&) { }
-
-[[maybe_unused]] void note(const char* text)
-{
-    std::fputs(text, stderr);
-    std::fputc('\n', stderr);
-}
 } // namespace
 
 int main(int argc, char** argv)
@@ -69,8 +58,6 @@ int main(int argc, char** argv)
     if (choice.mode != Mode::Application)
         qInstallMessageHandler(&dropQtMessages);
 
-    platform::Http::globalInit();
-
     switch (choice.mode) {
     case Mode::Check: {
         // The check never touches the GUI, so it runs with no display and no
@@ -81,18 +68,8 @@ int main(int argc, char** argv)
         break;
     }
     case Mode::Snapshot:
-#ifdef LIMITRA_HAVE_UI
-        SnapshotMode::main(argc, argv, choice.snapshotPath);
-#else
-        note("limitra: esta compilación no incluye el modo --snapshot.");
-#endif
-        break;
     case Mode::Application:
-#ifdef LIMITRA_HAVE_UI
-        LimitraApp::main(argc, argv);
-#else
-        note("limitra: esta compilación no incluye la aplicación de la bandeja.");
-#endif
+        GuiModule::run(argc, argv, choice);
         break;
     }
     return 0;

@@ -2,6 +2,7 @@
 #include "ServiceFixtures.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
@@ -25,6 +26,8 @@ private Q_SLOTS:
     void initTestCase();
     void checkWithoutSessionAnswersAtOnce_data();
     void checkWithoutSessionAnswersAtOnce();
+    void onlyTheGuiModesMapGuiLibraries_data();
+    void onlyTheGuiModesMapGuiLibraries();
 };
 
 void TestCheckFreshUser::initTestCase()
@@ -78,6 +81,45 @@ void TestCheckFreshUser::checkWithoutSessionAnswersAtOnce()
     QVERIFY2(!written.contains(QStringLiteral(".claude")) && !written.contains(QStringLiteral(".codex"))
             && !written.contains(QStringLiteral("shot.png")),
         qPrintable(written.join(u' ')));
+}
+
+void TestCheckFreshUser::onlyTheGuiModesMapGuiLibraries_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<bool>("mapsGui");
+    QTest::newRow("check") << QStringList { QStringLiteral("--check") } << false;
+    QTest::newRow("check beside a snapshot")
+        << QStringList { QStringLiteral("--snapshot"), QStringLiteral("shot.png"), QStringLiteral("--check") }
+        << false;
+    // The same probe must see the GUI where it is loaded, or it proves nothing.
+    QTest::newRow("snapshot") << QStringList { QStringLiteral("--snapshot"), QStringLiteral("shot.png") } << true;
+}
+
+// Status bars and scripts call the check every few seconds: it must not pay
+// for loading the panel's libraries.
+void TestCheckFreshUser::onlyTheGuiModesMapGuiLibraries()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(bool, mapsGui);
+    QTemporaryDir home;
+    QVERIFY(home.isValid());
+    QProcessEnvironment environment = LimitraRun::sessionless(home.path());
+    // The dynamic loader lists every object it opens, into files of its own.
+    environment.insert(QStringLiteral("LD_DEBUG"), QStringLiteral("files"));
+    environment.insert(QStringLiteral("LD_DEBUG_OUTPUT"), home.filePath(QStringLiteral("ld")));
+    const LimitraRun run = LimitraRun::start(arguments, environment);
+    QVERIFY2(run.finished, run.err.constData());
+    QVERIFY(!run.lines().isEmpty());
+
+    QByteArray loaded;
+    for (const QString& name : QDir(home.path()).entryList({ QStringLiteral("ld.*") }, QDir::Files)) {
+        QFile log(home.filePath(name));
+        QVERIFY(log.open(QIODevice::ReadOnly));
+        loaded += log.readAll();
+    }
+    QVERIFY(loaded.contains("libQt6Core"));
+    for (const char* library : { "libQt6Gui", "libQt6Quick", "libQt6Qml", "libQt6DBus", "limitra-gui" })
+        QVERIFY2(loaded.contains(library) == mapsGui, library);
 }
 
 QTEST_GUILESS_MAIN(TestCheckFreshUser)
