@@ -315,6 +315,27 @@ private Q_SLOTS:
         QVERIFY(!panel.isVisible()); // settings take the panel's place
     }
 
+    void panelClosesOnFocusLossAndEscape()
+    {
+        App a;
+        PanelWindow& panel = a.app->panel();
+        panel.toggle({});
+        QVERIFY(QTest::qWaitForWindowActive(&panel));
+        QWindow elsewhere;
+        elsewhere.show();
+        elsewhere.requestActivate();
+        QTRY_VERIFY(!panel.isVisible());
+        // The click on the item that took the focus away arrives next: it must not reopen.
+        panel.toggle({});
+        QVERIFY(!panel.isVisible());
+        QTest::qWait(450);
+        panel.toggle({});
+        QVERIFY(panel.isVisible());
+        QVERIFY(QTest::qWaitForWindowActive(&panel));
+        QTest::keyClick(&panel, Qt::Key_Escape);
+        QVERIFY(!panel.isVisible());
+    }
+
     void registersAgainWhenTheWatcherReturns()
     {
         App a;
