@@ -121,4 +121,19 @@ kill -0 "$app" 2>/dev/null && fail "SIGTERM did not end the application"
 wait "$app"
 status=$?
 [ "$status" -eq 0 ] || fail "the application exited $status after SIGTERM"
+
+# Without a session bus the runtime folder keeps it to one instance: the second
+# start opens the first one's panel and leaves.
+nobus=(env DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent XDG_RUNTIME_DIR="$root/run-nobus")
+mkdir -p "$root/run-nobus" && chmod 700 "$root/run-nobus"
+"${nobus[@]}" "$limitra" >"$root/nobus.log" 2>&1 &
+app=$!
+pids+=("$app")
+sleep 3
+xwininfo -root -tree | grep -q '("limitra" "limitra")' && fail "a panel is open already"
+timeout 10 "${nobus[@]}" "$limitra" >"$root/nobus2.log" 2>&1 || fail "the second limitra without a bus failed"
+sleep 1
+kill -0 "$app" 2>/dev/null || fail "the first instance without a bus ended"
+xwininfo -root -tree | grep -q '("limitra" "limitra")' || fail "the second start opened no panel"
+import -window root "$shots/nobus-panel.png"
 echo "PASS"

@@ -50,6 +50,11 @@ void StatusNotifierItem::SecondaryActivate(int x, int y)
     Q_EMIT activated(x, y);
 }
 
+void StatusNotifierItem::XAyatanaSecondaryActivate(uint)
+{
+    Q_EMIT activated(0, 0);
+}
+
 void StatusNotifierItem::ContextMenu(int x, int y)
 {
     Q_EMIT contextMenuRequested(x, y);

@@ -65,6 +65,8 @@ public Q_SLOTS:
     Q_SCRIPTABLE void Activate(int x, int y);
     Q_SCRIPTABLE void SecondaryActivate(int x, int y);
     Q_SCRIPTABLE void ContextMenu(int x, int y);
+    // Ayatana hosts send this for a middle click, where a left click shows the menu.
+    Q_SCRIPTABLE void XAyatanaSecondaryActivate(uint timestamp);
     Q_SCRIPTABLE void Scroll(int delta, const QString& orientation);
     Q_SCRIPTABLE void ProvideXdgActivationToken(const QString& token);
 
