@@ -10,14 +10,14 @@
 namespace limitra::platform::QuitSignals {
 
 namespace {
-    int pipeEnds[2] = { -1, -1 };
+int pipeEnds[2] = { -1, -1 };
 
-    // Only async-signal-safe work here: the event loop picks the byte up.
-    void onSignal(int)
-    {
-        const char byte = 1;
-        [[maybe_unused]] const ssize_t written = ::write(pipeEnds[1], &byte, 1);
-    }
+// Only async-signal-safe work here: the event loop picks the byte up.
+void onSignal(int)
+{
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t written = ::write(pipeEnds[1], &byte, 1);
+}
 } // namespace
 
 void install()

@@ -51,7 +51,8 @@ public:
     bool start()
     {
         QDBusConnection bus = hostBus();
-        return bus.registerObject(QStringLiteral("/StatusNotifierWatcher"), this, QDBusConnection::ExportAllSlots)
+        return bus.registerObject(
+                   QStringLiteral("/StatusNotifierWatcher"), this, QDBusConnection::ExportAllSlots)
             && bus.registerService(kWatcherName);
     }
     void stop()
@@ -62,7 +63,8 @@ public:
     void listen(const QString& service)
     {
         for (const char* name : { "NewIcon", "NewToolTip", "NewTitle" })
-            hostBus().connect(service, {}, kItemInterface, QLatin1String(name), this, SLOT(onSignal(QDBusMessage)));
+            hostBus().connect(
+                service, {}, kItemInterface, QLatin1String(name), this, SLOT(onSignal(QDBusMessage)));
         hostBus().connect(service, {}, kItemInterface, QStringLiteral("XAyatanaNewLabel"), this,
             SLOT(onSignal(QDBusMessage)));
     }
@@ -101,7 +103,8 @@ struct App
             };
         };
         app = std::make_unique<LimitraApp>(env.env,
-            UsageStore::Services { fetch(&Script::claude), fetch(&Script::codex), [] { return std::nullopt; } });
+            UsageStore::Services {
+                fetch(&Script::claude), fetch(&Script::codex), [] { return std::nullopt; } });
         if (start)
             app->start();
         publish({}, {});
@@ -116,13 +119,15 @@ struct App
     }
     QDBusMessage properties()
     {
-        return callItem(QDBusMessage::createMethodCall(app->tray().serviceName(),
-            QStringLiteral("/StatusNotifierItem"), QStringLiteral("org.freedesktop.DBus.Properties"),
-            QStringLiteral("GetAll")) << kItemInterface);
+        return callItem(
+            QDBusMessage::createMethodCall(app->tray().serviceName(), QStringLiteral("/StatusNotifierItem"),
+                QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("GetAll"))
+            << kItemInterface);
     }
     void call(const QString& path, const QString& interface, const QString& method, const QVariantList& args)
     {
-        QDBusMessage message = QDBusMessage::createMethodCall(app->tray().serviceName(), path, interface, method);
+        QDBusMessage message
+            = QDBusMessage::createMethodCall(app->tray().serviceName(), path, interface, method);
         message.setArguments(args);
         QCOMPARE(callItem(message).type(), QDBusMessage::ReplyMessage);
     }
@@ -159,8 +164,9 @@ private Q_SLOTS:
         const QVariantMap all = qdbus_cast<QVariantMap>(reply.arguments().at(0));
         const auto signature = [&](const QString& name) {
             const QVariant value = all.value(name);
-            return value.canConvert<QDBusArgument>() ? value.value<QDBusArgument>().currentSignature()
-                                                     : QString::fromLatin1(QDBusMetaType::typeToSignature(value.metaType()));
+            return value.canConvert<QDBusArgument>()
+                ? value.value<QDBusArgument>().currentSignature()
+                : QString::fromLatin1(QDBusMetaType::typeToSignature(value.metaType()));
         };
         const QList<std::pair<QString, QString>> types { { "Category", "s" }, { "Id", "s" }, { "Title", "s" },
             { "Status", "s" }, { "IconName", "s" }, { "IconThemePath", "s" }, { "IconPixmap", "a(iiay)" },
@@ -177,7 +183,8 @@ private Q_SLOTS:
         QCOMPARE(all.value("XAyatanaLabel").toString(), "C 84% · X 61%");
         QCOMPARE(all.value("XAyatanaLabelGuide").toString(), "C 100% · X 100%");
         QCOMPARE(all.value("IconName").toString(), "limitra-gauge-60-symbolic");
-        const QString svg = all.value("IconThemePath").toString() + "/hicolor/symbolic/apps/limitra-gauge-60-symbolic.svg";
+        const QString svg
+            = all.value("IconThemePath").toString() + "/hicolor/symbolic/apps/limitra-gauge-60-symbolic.svg";
         QVERIFY2(QFile(svg).size() > 0, qPrintable(svg));
 
         const auto tip = qdbus_cast<SniToolTip>(all.value("ToolTip").value<QDBusArgument>());
@@ -199,14 +206,15 @@ private Q_SLOTS:
         QCOMPARE(sizes, (QList<int> { 16, 22, 32, 48 }));
 
         // The menu a click shows on Ayatana hosts, read as they read it.
-        QDBusMessage layout = QDBusMessage::createMethodCall(a.app->tray().serviceName(), "/MenuBar",
-            "com.canonical.dbusmenu", "GetLayout");
+        QDBusMessage layout = QDBusMessage::createMethodCall(
+            a.app->tray().serviceName(), "/MenuBar", "com.canonical.dbusmenu", "GetLayout");
         layout << 0 << -1 << QStringList();
         const QDBusMessage menu = callItem(layout);
         QCOMPARE(menu.type(), QDBusMessage::ReplyMessage);
         QStringList labels;
         for (const QVariant& child : qdbus_cast<MenuLayout>(menu.arguments().at(1)).children) {
-            const auto entry = qdbus_cast<MenuLayout>(child.value<QDBusVariant>().variant().value<QDBusArgument>());
+            const auto entry
+                = qdbus_cast<MenuLayout>(child.value<QDBusVariant>().variant().value<QDBusArgument>());
             labels.append(entry.properties.value("label", "—").toString());
         }
         QCOMPARE(labels, (QStringList { "Límites", "Actualizar ahora", "Ajustes", "—", "Salir" }));
@@ -218,12 +226,18 @@ private Q_SLOTS:
         QTest::addColumn<QVariant>("value");
         QTest::addColumn<QString>("label");
         QTest::addColumn<QString>("toolTip");
-        QTest::newRow("publish") << "" << QVariant() << "C 30% · X 55%" << "C 30% · X 55%";
-        QTest::newRow("used") << "percentMode" << QVariant("used") << "C 70% · X 45%" << "C 70% · X 45%";
-        QTest::newRow("worst") << "menuBarStyle" << QVariant("iconAndWorst") << "30%" << "30%";
-        QTest::newRow("icon only") << "menuBarStyle" << QVariant("iconOnly") << "" << "C 30% · X 55%";
-        QTest::newRow("no claude") << "showClaude" << QVariant(false) << "X 55%" << "X 55%";
-        QTest::newRow("no codex") << "showCodex" << QVariant(false) << "C 30%" << "C 30%";
+        QTest::newRow("publish") << "" << QVariant() << "C 30% · X 55%"
+                                 << "C 30% · X 55%";
+        QTest::newRow("used") << "percentMode" << QVariant("used") << "C 70% · X 45%"
+                              << "C 70% · X 45%";
+        QTest::newRow("worst") << "menuBarStyle" << QVariant("iconAndWorst") << "30%"
+                               << "30%";
+        QTest::newRow("icon only") << "menuBarStyle" << QVariant("iconOnly") << ""
+                                   << "C 30% · X 55%";
+        QTest::newRow("no claude") << "showClaude" << QVariant(false) << "X 55%"
+                                   << "X 55%";
+        QTest::newRow("no codex") << "showCodex" << QVariant(false) << "C 30%"
+                                  << "C 30%";
     }
     void labelAndToolTipFollowStoreAndSettings()
     {
@@ -286,7 +300,8 @@ private Q_SLOTS:
         QTRY_VERIFY(m_watcher.signalsSeen.contains("NewToolTip"));
         QTest::qWait(100);
         QCOMPARE(m_watcher.signalsSeen.contains("NewIcon"), newIcon);
-        QCOMPARE(qdbus_cast<QVariantMap>(a.properties().arguments().at(0)).value("IconName").toString(), icon);
+        QCOMPARE(
+            qdbus_cast<QVariantMap>(a.properties().arguments().at(0)).value("IconName").toString(), icon);
     }
 
     void activateAndMenuEntriesReachTheApplication()

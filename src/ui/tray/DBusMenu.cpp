@@ -3,33 +3,36 @@
 namespace limitra {
 
 namespace {
-    // Entry ids: the root is 0, the entries count from 1 and the separator
-    // takes the id after them.
-    constexpr int kRoot = 0;
+// Entry ids: the root is 0, the entries count from 1 and the separator
+// takes the id after them.
+constexpr int kRoot = 0;
 
-    int separatorId() { return int(trayMenuEntries().size()) + 1; }
+int separatorId()
+{
+    return int(trayMenuEntries().size()) + 1;
+}
 
-    QList<int> layoutIds()
-    {
-        QList<int> ids;
-        for (int i = 1; i <= trayMenuEntries().size(); ++i) {
-            if (i == trayMenuEntries().size())
-                ids.append(separatorId());
-            ids.append(i);
-        }
-        return ids;
+QList<int> layoutIds()
+{
+    QList<int> ids;
+    for (int i = 1; i <= trayMenuEntries().size(); ++i) {
+        if (i == trayMenuEntries().size())
+            ids.append(separatorId());
+        ids.append(i);
     }
+    return ids;
+}
 
-    QVariantMap only(const QVariantMap& all, const QStringList& names)
-    {
-        if (names.isEmpty())
-            return all;
-        QVariantMap some;
-        for (const QString& name : names)
-            if (all.contains(name))
-                some.insert(name, all.value(name));
-        return some;
-    }
+QVariantMap only(const QVariantMap& all, const QStringList& names)
+{
+    if (names.isEmpty())
+        return all;
+    QVariantMap some;
+    for (const QString& name : names)
+        if (all.contains(name))
+            some.insert(name, all.value(name));
+    return some;
+}
 } // namespace
 
 QList<TrayMenuEntry> trayMenuEntries()
@@ -61,7 +64,8 @@ QVariantMap DBusMenu::properties(int id) const
         { QStringLiteral("visible"), true } };
 }
 
-uint DBusMenu::GetLayout(int parentId, int recursionDepth, const QStringList& propertyNames, MenuLayout& layout)
+uint DBusMenu::GetLayout(
+    int parentId, int recursionDepth, const QStringList& propertyNames, MenuLayout& layout)
 {
     layout = { parentId, only(properties(parentId), propertyNames), {} };
     if (parentId == kRoot && recursionDepth != 0) {

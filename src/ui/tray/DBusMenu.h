@@ -40,8 +40,8 @@ public:
     QStringList iconThemePath() const { return {}; }
 
 public Q_SLOTS:
-    Q_SCRIPTABLE uint GetLayout(int parentId, int recursionDepth, const QStringList& propertyNames,
-        limitra::MenuLayout& layout);
+    Q_SCRIPTABLE uint GetLayout(
+        int parentId, int recursionDepth, const QStringList& propertyNames, limitra::MenuLayout& layout);
     Q_SCRIPTABLE limitra::MenuItemPropertiesList GetGroupProperties(
         const QList<int>& ids, const QStringList& propertyNames);
     Q_SCRIPTABLE QDBusVariant GetProperty(int id, const QString& name);

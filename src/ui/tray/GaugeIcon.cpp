@@ -18,27 +18,27 @@
 namespace limitra::GaugeIcon {
 
 namespace {
-    const QString kAppsFolder = QStringLiteral("hicolor/symbolic/apps");
+const QString kAppsFolder = QStringLiteral("hicolor/symbolic/apps");
 
-    QList<int> allSteps()
-    {
-        QList<int> steps { kNoData };
-        for (int s = 0; s <= 100; s += 10)
-            steps.append(s);
-        return steps;
-    }
+QList<int> allSteps()
+{
+    QList<int> steps { kNoData };
+    for (int s = 0; s <= 100; s += 10)
+        steps.append(s);
+    return steps;
+}
 
-    QImage render(int step, int size, const char* colour)
-    {
-        QByteArray source = svg(step);
-        source.replace("currentColor", colour);
-        QSvgRenderer renderer(source);
-        QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
-        image.fill(Qt::transparent);
-        QPainter painter(&image);
-        renderer.render(&painter);
-        return image;
-    }
+QImage render(int step, int size, const char* colour)
+{
+    QByteArray source = svg(step);
+    source.replace("currentColor", colour);
+    QSvgRenderer renderer(source);
+    QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    QPainter painter(&image);
+    renderer.render(&painter);
+    return image;
+}
 } // namespace
 
 int step(std::optional<double> worstLeft)

@@ -16,13 +16,14 @@
 namespace limitra {
 
 namespace {
-    // Room between the tray icon's click point and the panel.
-    constexpr int kGap = 6;
-    // A focus loss this recent was caused by the click that is now asking to toggle.
-    constexpr qint64 kSameClickMs = 400;
+// Room between the tray icon's click point and the panel.
+constexpr int kGap = 6;
+// A focus loss this recent was caused by the click that is now asking to toggle.
+constexpr qint64 kSameClickMs = 400;
 } // namespace
 
-PanelWindow::PanelWindow(QQmlEngine& engine, UsageStore& store, platform::Defaults& settings, PanelActions& actions)
+PanelWindow::PanelWindow(
+    QQmlEngine& engine, UsageStore& store, platform::Defaults& settings, PanelActions& actions)
 {
     setFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
     setTitle(QStringLiteral("Límites"));
@@ -87,8 +88,9 @@ void PanelWindow::open(QPoint anchor)
 QPoint PanelWindow::place(QPoint anchor, QSize size, QRect available)
 {
     int x = anchor.x() - size.width() / 2;
-    int y = anchor.y() < available.center().y() ? std::max(anchor.y() + kGap, available.top())
-                                                : std::min(anchor.y() - kGap, available.bottom() + 1) - size.height();
+    int y = anchor.y() < available.center().y()
+        ? std::max(anchor.y() + kGap, available.top())
+        : std::min(anchor.y() - kGap, available.bottom() + 1) - size.height();
     x = std::clamp(x, available.left(), std::max(available.left(), available.right() + 1 - size.width()));
     y = std::clamp(y, available.top(), std::max(available.top(), available.bottom() + 1 - size.height()));
     return { x, y };

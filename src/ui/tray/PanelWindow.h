@@ -14,7 +14,7 @@ namespace limitra {
 class PanelActions;
 class UsageStore;
 namespace platform {
-    class Defaults;
+class Defaults;
 }
 
 // The drop-down panel: the panel's content in a frameless, always-on-top window

@@ -11,13 +11,13 @@
 namespace limitra {
 
 namespace {
-    QString socketPath()
-    {
-        QString base = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-        if (base.isEmpty())
-            base = QDir::tempPath();
-        return base + QStringLiteral("/limitra-instance");
-    }
+QString socketPath()
+{
+    QString base = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+    if (base.isEmpty())
+        base = QDir::tempPath();
+    return base + QStringLiteral("/limitra-instance");
+}
 } // namespace
 
 SingleInstance::SingleInstance(QObject* parent)

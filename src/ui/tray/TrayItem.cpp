@@ -22,12 +22,12 @@
 namespace limitra {
 
 namespace {
-    const QString kWatcher = QStringLiteral("org.kde.StatusNotifierWatcher");
+const QString kWatcher = QStringLiteral("org.kde.StatusNotifierWatcher");
 
-    ServiceUsage full()
-    {
-        return { {}, { LimitRow { QStringLiteral("full"), {}, 0, 0, {} } }, {}, {} };
-    }
+ServiceUsage full()
+{
+    return { {}, { LimitRow { QStringLiteral("full"), {}, 0, 0, {} } }, {}, {} };
+}
 } // namespace
 
 TrayItem::TrayItem(UsageStore& store, QObject* parent)
@@ -37,13 +37,18 @@ TrayItem::TrayItem(UsageStore& store, QObject* parent)
     , m_dbusMenu(new DBusMenu(this))
 {
     m_item->setMenu(QDBusObjectPath(DBusMenu::kPath));
-    connect(m_item, &StatusNotifierItem::activated, this, [this](int x, int y) { Q_EMIT activated({ x, y }); });
-    connect(m_item, &StatusNotifierItem::contextMenuRequested, this, [this](int x, int y) { showMenu({ x, y }); });
+    connect(m_item, &StatusNotifierItem::activated, this, [this](int x, int y) {
+        Q_EMIT activated({ x, y });
+    });
+    connect(m_item, &StatusNotifierItem::contextMenuRequested, this, [this](int x, int y) {
+        showMenu({ x, y });
+    });
     connect(m_dbusMenu, &DBusMenu::entryClicked, this,
         [this](int index) { Q_EMIT actionTriggered(trayMenuEntries().at(index).action); });
 
     // The store tells of the four display settings through menuBarTextChanged.
-    for (auto signal : { &UsageStore::menuBarTextChanged, &UsageStore::claudeChanged, &UsageStore::codexChanged })
+    for (auto signal :
+        { &UsageStore::menuBarTextChanged, &UsageStore::claudeChanged, &UsageStore::codexChanged })
         connect(&m_store, signal, this, &TrayItem::update);
     m_themePath = GaugeIcon::themePath();
     update();
@@ -74,8 +79,8 @@ QString TrayItem::toolTipText() const
     if (!text.isEmpty())
         return text;
     // Where the label says nothing, the tooltip still gives both services.
-    return MenuBarText::compose(m_store.claude(), m_store.codex(), true, true, QStringLiteral("iconAndPercents"),
-        m_store.environment().defaults->percentMode());
+    return MenuBarText::compose(m_store.claude(), m_store.codex(), true, true,
+        QStringLiteral("iconAndPercents"), m_store.environment().defaults->percentMode());
 }
 
 void TrayItem::update()
@@ -121,8 +126,8 @@ void TrayItem::install()
 
 void TrayItem::registerWithWatcher()
 {
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        kWatcher, QStringLiteral("/StatusNotifierWatcher"), kWatcher, QStringLiteral("RegisterStatusNotifierItem"));
+    QDBusMessage call = QDBusMessage::createMethodCall(kWatcher, QStringLiteral("/StatusNotifierWatcher"),
+        kWatcher, QStringLiteral("RegisterStatusNotifierItem"));
     call << m_serviceName;
     auto* pending = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(call, 5000), this);
     connect(pending, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* done) {
@@ -141,7 +146,8 @@ void TrayItem::useFallback()
 {
     if (!QSystemTrayIcon::isSystemTrayAvailable()) {
         if (!m_saidNoTray)
-            std::fputs("limitra: no hay bandeja del sistema en este escritorio; Limitra sigue en marcha.\n", stderr);
+            std::fputs(
+                "limitra: no hay bandeja del sistema en este escritorio; Limitra sigue en marcha.\n", stderr);
         m_saidNoTray = true;
         setHost(Host::None);
         return;
@@ -149,12 +155,13 @@ void TrayItem::useFallback()
     if (!m_fallback) {
         m_fallback = std::make_unique<QSystemTrayIcon>();
         m_fallback->setContextMenu(&menu());
-        connect(m_fallback.get(), &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason why) {
-            if (why == QSystemTrayIcon::Trigger || why == QSystemTrayIcon::MiddleClick) {
-                const QRect icon = m_fallback->geometry();
-                Q_EMIT activated(icon.isValid() ? QPoint(icon.center().x(), icon.bottom()) : QPoint());
-            }
-        });
+        connect(m_fallback.get(), &QSystemTrayIcon::activated, this,
+            [this](QSystemTrayIcon::ActivationReason why) {
+                if (why == QSystemTrayIcon::Trigger || why == QSystemTrayIcon::MiddleClick) {
+                    const QRect icon = m_fallback->geometry();
+                    Q_EMIT activated(icon.isValid() ? QPoint(icon.center().x(), icon.bottom()) : QPoint());
+                }
+            });
         update();
         m_fallback->show();
     }
