@@ -34,6 +34,9 @@ done
 end=$(date +%s)
 sleep 2
 after_rss=$(rss)
+# The label shows whether the refreshes reached the peers ("C –" would mean not).
+label=$(gdbus call --session -d "$item" -o /StatusNotifierItem -m org.freedesktop.DBus.Properties.Get \
+    org.kde.StatusNotifierItem XAyatanaLabel)
 
 ticks=$(getconf CLK_TCK)
 before=$(cpu)
@@ -41,6 +44,7 @@ sleep "$idle"
 used=$(( $(cpu) - before ))
 
 printf '%-40s %s\n' "tray: resident after start" "$start_rss"
+printf '%-40s %s\n' "tray: label after the refreshes" "$label"
 printf '%-40s %s (%d requests in %d s)\n' "tray: resident after $refreshes refreshes" "$after_rss" \
     "$refreshes" "$((end - begin))"
 printf '%-40s %s\n' "tray: CPU over ${idle} s idle" \
