@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
 # Times `limitra --check` and `limitra --snapshot` against instant local TLS
 # peers, in the same private network and mount namespace as the end-to-end
-# tests, and prints beside the check a floor measured in the same run: two
-# concurrent curl requests to the same peers. Each line gives wall time and the
+# tests, and prints beside each check a floor measured in the same run: for a
+# new user's check (no sessions) a QtCore program that prints one line, for
+# the full check two concurrent curl requests to the same peers. Targets: the
+# new user's check within twice its floor and under 20 MiB, the full check
+# within 1.15 times its floor. Each line gives wall time and the
 # peak resident memory of the runs. Not a test; needs root (for unshare) and a
 # release build, which it makes in build/bench unless BUILD_DIR names another.
 #
@@ -18,11 +21,12 @@ if [ "$(id -u)" -ne 0 ]; then
     exit 1
 fi
 
-cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$build" --target limitra limitra_e2e_sandbox -j2 >/dev/null
+cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DLIMITRA_BUILD_BENCH=ON >/dev/null
+cmake --build "$build" --target limitra limitra_e2e_sandbox limitra_bench_floor -j2 >/dev/null
 
 sandbox=$build/tests/e2e/limitra_e2e_sandbox
 limitra=$build/src/limitra
+floor=$build/bench/limitra_bench_floor
 
 # Measure only a check that reaches both services and gets their rows.
 report=$("$sandbox" -- "$limitra" --check)
@@ -46,6 +50,9 @@ line() {
 }
 
 echo "limitra bench: $runs runs per line, $(nproc) CPU(s), $(uname -r)"
+# A new user's check: no sessions, so no request and no TLS set-up.
+line "limitra --check, no sessions" "$("$sandbox" --runs "$runs" --env 'HOME={home}/new-user' -- "$limitra" --check)"
+line "floor: QtCore program printing a line" "$("$sandbox" --runs "$runs" --env 'HOME={home}/new-user' -- "$floor")"
 line "limitra --check" "$("$sandbox" --runs "$runs" -- "$limitra" --check)"
 line "floor: 2 concurrent curl requests" "$("$sandbox" --runs "$runs" -- curl --silent --fail \
     --parallel --parallel-immediate --output /dev/null --output /dev/null \

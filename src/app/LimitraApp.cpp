@@ -4,6 +4,8 @@
 #include "platform/QuitSignals.h"
 #include "ui/UiModule.h"
 #include "ui/panel/PanelActions.h"
+#include "ui/settings/SettingsWindow.h"
+#include "ui/settings/WelcomeWindow.h"
 #include "ui/tray/PanelWindow.h"
 #include "ui/tray/SingleInstance.h"
 #include "ui/tray/TrayItem.h"
@@ -27,8 +29,11 @@ LimitraApp::LimitraApp(platform::Environment env, UsageStore::Services services,
     UiModule::prepare(m_engine);
     m_actions = std::make_unique<PanelActions>(*m_store);
     m_panel = std::make_unique<PanelWindow>(m_engine, *m_store, *m_store->environment().defaults, *m_actions);
+    m_settings = std::make_unique<SettingsWindow>(m_engine, m_store->environment());
+    m_welcome = std::make_unique<WelcomeWindow>(m_engine, m_store->environment());
     m_tray = std::make_unique<TrayItem>(*m_store);
 
+    connect(m_settings.get(), &SettingsWindow::welcomeRequested, this, &LimitraApp::openWelcome);
     connect(m_actions.get(), &PanelActions::settingsRequested, this, &LimitraApp::openSettings);
     connect(m_tray.get(), &TrayItem::activated, this, &LimitraApp::togglePanel);
     connect(m_tray.get(), &TrayItem::actionTriggered, this, [this](TrayAction action) {
@@ -78,14 +83,12 @@ void LimitraApp::showPanel()
 void LimitraApp::openSettings()
 {
     m_panel->hide();
-    // The settings window is wired in here once it exists.
-    Q_EMIT settingsOpened();
+    m_settings->show();
 }
 
 void LimitraApp::openWelcome()
 {
-    // The welcome window is wired in here once it exists.
-    Q_EMIT welcomeOpened();
+    m_welcome->show();
 }
 
 int LimitraApp::main(int argc, char** argv)

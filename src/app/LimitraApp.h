@@ -13,7 +13,9 @@ namespace limitra {
 
 class PanelActions;
 class PanelWindow;
+class SettingsWindow;
 class TrayItem;
+class WelcomeWindow;
 
 // The tray application: owns the one UsageStore of the process, the tray item,
 // the drop-down panel and the settings and welcome windows, and lives until
@@ -37,6 +39,8 @@ public:
     UsageStore& store() { return *m_store; }
     TrayItem& tray() { return *m_tray; }
     PanelWindow& panel() { return *m_panel; }
+    SettingsWindow& settingsWindow() { return *m_settings; }
+    WelcomeWindow& welcomeWindow() { return *m_welcome; }
 
 public Q_SLOTS:
     void togglePanel(QPoint anchor);
@@ -46,15 +50,13 @@ public Q_SLOTS:
     // Opens the welcome guide in front.
     void openWelcome();
 
-Q_SIGNALS:
-    void settingsOpened();
-    void welcomeOpened();
-
 private:
     QQmlEngine m_engine;
     std::unique_ptr<UsageStore> m_store;
     std::unique_ptr<PanelActions> m_actions;
     std::unique_ptr<PanelWindow> m_panel;
+    std::unique_ptr<SettingsWindow> m_settings;
+    std::unique_ptr<WelcomeWindow> m_welcome;
     std::unique_ptr<TrayItem> m_tray;
 };
 

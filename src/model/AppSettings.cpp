@@ -18,8 +18,12 @@ const QList<int>& refreshIntervalOptions()
 
 bool setLaunchAtLogin(bool enabled)
 {
+    return setLaunchAtLogin(enabled, platform::LoginItem::autostartDirectory());
+}
+
+bool setLaunchAtLogin(bool enabled, const QString& directory)
+{
     namespace LoginItem = platform::LoginItem;
-    const QString directory = LoginItem::autostartDirectory();
     return enabled ? LoginItem::enable(directory, LoginItem::runningExecutable())
                    : LoginItem::disable(directory);
 }

@@ -3,6 +3,7 @@
 #include "model/PercentMode.h"
 
 #include <QList>
+#include <QString>
 
 namespace limitra {
 
@@ -21,6 +22,8 @@ const QList<int>& refreshIntervalOptions();
 // Registers or unregisters the program as started at login; false when
 // that could not be done. Nothing is stored in the settings.
 bool setLaunchAtLogin(bool enabled);
+// The same in the given autostart folder instead of the user's.
+bool setLaunchAtLogin(bool enabled, const QString& autostartDirectory);
 } // namespace AppSettings
 
 } // namespace limitra

@@ -1,13 +1,39 @@
 #include "platform/Http.h"
 
+#include "platform/LazyLibrary.h"
+
+// Called through pointers: the macros that check option types would hide them.
+#define CURL_DISABLE_TYPECHECK
 #include <curl/curl.h>
 
 #include <memory>
-#include <mutex>
 
 namespace limitra::platform::Http {
 
 namespace {
+#define LIMITRA_CURL_API(X)                                                                                  \
+    X(curl_global_init)                                                                                      \
+    X(curl_easy_init) X(curl_easy_cleanup) X(curl_easy_setopt) X(curl_easy_perform) X(curl_easy_getinfo)      \
+        X(curl_slist_append) X(curl_slist_free_all)
+
+    struct Curl
+    {
+        LIMITRA_CURL_API(LIMITRA_LAZY_POINTER)
+    };
+
+    // libcurl and its TLS stack are loaded and initialised with the first
+    // request, so a run that sends none never pays for them.
+    const Curl* curl()
+    {
+        static const Curl* const loaded = [] {
+            static Curl api;
+            const bool ok = LazyLibrary::load("libcurl.so.4", { LIMITRA_CURL_API(LIMITRA_LAZY_SLOT) })
+                && api.curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+            return ok ? &api : nullptr;
+        }();
+        return loaded;
+    }
+
     // Answers larger than this are not usage documents; the transfer is cut.
     constexpr size_t kMaxBody = 8 * 1024 * 1024;
 
@@ -23,67 +49,68 @@ namespace {
 
     struct EasyDeleter
     {
-        void operator()(CURL* h) const { curl_easy_cleanup(h); }
+        void operator()(CURL* h) const { curl()->curl_easy_cleanup(h); }
     };
     struct ListDeleter
     {
-        void operator()(curl_slist* l) const { curl_slist_free_all(l); }
+        void operator()(curl_slist* l) const { curl()->curl_slist_free_all(l); }
     };
 } // namespace
 
 void globalInit()
 {
-    static std::once_flag once;
-    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+    curl();
 }
 
 std::optional<HttpResponse> send(const HttpRequest& request)
 {
-    globalInit();
-    std::unique_ptr<CURL, EasyDeleter> easy(curl_easy_init());
+    const Curl* api = curl();
+    if (!api)
+        return std::nullopt;
+    std::unique_ptr<CURL, EasyDeleter> easy(api->curl_easy_init());
     if (!easy)
         return std::nullopt;
     CURL* h = easy.get();
 
     const QByteArray url = request.url.toEncoded();
-    curl_easy_setopt(h, CURLOPT_URL, url.constData());
-    curl_easy_setopt(h, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(h, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(h, CURLOPT_FOLLOWLOCATION, 0L);
-    curl_easy_setopt(h, CURLOPT_SSL_VERIFYPEER, 1L);
-    curl_easy_setopt(h, CURLOPT_SSL_VERIFYHOST, 2L);
+    api->curl_easy_setopt(h, CURLOPT_URL, url.constData());
+    api->curl_easy_setopt(h, CURLOPT_PROTOCOLS_STR, "http,https");
+    api->curl_easy_setopt(h, CURLOPT_NOSIGNAL, 1L);
+    api->curl_easy_setopt(h, CURLOPT_FOLLOWLOCATION, 0L);
+    api->curl_easy_setopt(h, CURLOPT_SSL_VERIFYPEER, 1L);
+    api->curl_easy_setopt(h, CURLOPT_SSL_VERIFYHOST, 2L);
     const long timeoutMs = static_cast<long>(request.timeout.count());
-    curl_easy_setopt(h, CURLOPT_TIMEOUT_MS, timeoutMs);
-    curl_easy_setopt(h, CURLOPT_CONNECTTIMEOUT_MS, timeoutMs);
+    api->curl_easy_setopt(h, CURLOPT_TIMEOUT_MS, timeoutMs);
+    api->curl_easy_setopt(h, CURLOPT_CONNECTTIMEOUT_MS, timeoutMs);
 
     if (request.method == "GET") {
-        curl_easy_setopt(h, CURLOPT_HTTPGET, 1L);
+        api->curl_easy_setopt(h, CURLOPT_HTTPGET, 1L);
     } else if (request.method == "POST") {
-        curl_easy_setopt(h, CURLOPT_POST, 1L);
-        curl_easy_setopt(h, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
-        curl_easy_setopt(h, CURLOPT_COPYPOSTFIELDS, request.body.constData());
+        api->curl_easy_setopt(h, CURLOPT_POST, 1L);
+        api->curl_easy_setopt(h, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
+        api->curl_easy_setopt(h, CURLOPT_COPYPOSTFIELDS, request.body.constData());
     } else {
-        curl_easy_setopt(h, CURLOPT_CUSTOMREQUEST, request.method.constData());
+        api->curl_easy_setopt(h, CURLOPT_CUSTOMREQUEST, request.method.constData());
     }
 
     curl_slist* rawList = nullptr;
     for (const auto& [name, value] : request.headers) {
         const QByteArray line = name + ": " + value;
-        rawList = curl_slist_append(rawList, line.constData());
+        rawList = api->curl_slist_append(rawList, line.constData());
     }
     // curl would otherwise add "Expect: 100-continue" to larger bodies.
-    rawList = curl_slist_append(rawList, "Expect:");
+    rawList = api->curl_slist_append(rawList, "Expect:");
     std::unique_ptr<curl_slist, ListDeleter> headers(rawList);
-    curl_easy_setopt(h, CURLOPT_HTTPHEADER, headers.get());
+    api->curl_easy_setopt(h, CURLOPT_HTTPHEADER, headers.get());
 
     HttpResponse response;
-    curl_easy_setopt(h, CURLOPT_WRITEFUNCTION, &collect);
-    curl_easy_setopt(h, CURLOPT_WRITEDATA, &response.body);
+    api->curl_easy_setopt(h, CURLOPT_WRITEFUNCTION, &collect);
+    api->curl_easy_setopt(h, CURLOPT_WRITEDATA, &response.body);
 
-    if (curl_easy_perform(h) != CURLE_OK)
+    if (api->curl_easy_perform(h) != CURLE_OK)
         return std::nullopt;
     long status = 0;
-    curl_easy_getinfo(h, CURLINFO_RESPONSE_CODE, &status);
+    api->curl_easy_getinfo(h, CURLINFO_RESPONSE_CODE, &status);
     if (status <= 0)
         return std::nullopt;
     response.status = static_cast<int>(status);

@@ -1,6 +1,7 @@
 #include "platform/LibsecretStore.h"
 
 #include "platform/BusAddressProbe.h"
+#include "platform/LazyLibrary.h"
 
 #include <libsecret/secret.h>
 
@@ -11,6 +12,38 @@
 namespace limitra::platform {
 
 namespace {
+#define LIMITRA_SECRET_API(X)                                                                                \
+    X(g_cancellable_new) X(g_cancellable_cancel) X(g_object_unref) X(g_clear_error) X(g_hash_table_new)       \
+        X(g_hash_table_insert) X(g_hash_table_unref) X(g_hash_table_lookup) X(g_str_hash) X(g_str_equal)      \
+            X(g_list_free_full) X(g_bus_get_sync) X(g_dbus_connection_set_exit_on_close)                     \
+                X(g_dbus_connection_is_closed) X(secret_service_search_sync) X(secret_item_get_attributes)   \
+                    X(secret_item_get_locked) X(secret_item_get_secret) X(secret_value_get)                  \
+                        X(secret_value_unref) X(secret_value_new) X(secret_item_set_secret_sync)             \
+                            X(secret_service_get_sync) X(secret_collection_for_alias_sync)                   \
+                                X(secret_collection_get_locked) X(secret_item_create_sync)
+
+struct Secret
+{
+    LIMITRA_SECRET_API(LIMITRA_LAZY_POINTER)
+};
+
+// libsecret (with GLib's D-Bus stack) is opened the first time a session bus
+// is there to ask; nothing when it is not installed.
+const Secret* loadSecret()
+{
+    static const Secret* const loaded = [] {
+        static Secret api;
+        return LazyLibrary::load("libsecret-1.so.0", { LIMITRA_SECRET_API(LIMITRA_LAZY_SLOT) }) ? &api : nullptr;
+    }();
+    return loaded;
+}
+
+// Only after a successful loadSecret().
+const Secret& lib()
+{
+    return *loadSecret();
+}
+
 // Items are told apart by their attributes only, never by the schema name
 // recorded with them.
 const SecretSchema* genericSchema()
@@ -32,12 +65,12 @@ class Deadline
 {
 public:
     explicit Deadline(std::chrono::milliseconds budget)
-        : m_cancellable(g_cancellable_new())
+        : m_cancellable(lib().g_cancellable_new())
         , m_watch([this, budget] {
             std::unique_lock lock(m_mutex);
             if (!m_cv.wait_for(lock, budget, [this] { return m_done; })) {
                 lock.unlock();
-                g_cancellable_cancel(m_cancellable);
+                lib().g_cancellable_cancel(m_cancellable);
             }
         })
     {
@@ -50,7 +83,7 @@ public:
         }
         m_cv.notify_one();
         m_watch.join();
-        g_object_unref(m_cancellable);
+        lib().g_object_unref(m_cancellable);
     }
     Deadline(const Deadline&) = delete;
     Deadline& operator=(const Deadline&) = delete;
@@ -68,30 +101,30 @@ private:
 struct ErrorSlot
 {
     GError* error = nullptr;
-    ~ErrorSlot() { g_clear_error(&error); }
+    ~ErrorSlot() { lib().g_clear_error(&error); }
     GError** out()
     {
-        g_clear_error(&error);
+        lib().g_clear_error(&error);
         return &error;
     }
 };
 
 struct Attributes
 {
-    GHashTable* table = g_hash_table_new(g_str_hash, g_str_equal);
+    GHashTable* table = lib().g_hash_table_new(lib().g_str_hash, lib().g_str_equal);
     QByteArray service;
     QByteArray account;
 
     Attributes(const QString& serviceName, const QString* accountName)
         : service(serviceName.toUtf8())
     {
-        g_hash_table_insert(table, const_cast<char*>("service"), service.data());
+        lib().g_hash_table_insert(table, const_cast<char*>("service"), service.data());
         if (accountName) {
             account = accountName->toUtf8();
-            g_hash_table_insert(table, const_cast<char*>("account"), account.data());
+            lib().g_hash_table_insert(table, const_cast<char*>("account"), account.data());
         }
     }
-    ~Attributes() { g_hash_table_unref(table); }
+    ~Attributes() { lib().g_hash_table_unref(table); }
     Attributes(const Attributes&) = delete;
     Attributes& operator=(const Attributes&) = delete;
 };
@@ -99,7 +132,7 @@ struct Attributes
 struct ItemList
 {
     GList* items = nullptr;
-    ~ItemList() { g_list_free_full(items, g_object_unref); }
+    ~ItemList() { lib().g_list_free_full(items, lib().g_object_unref); }
 };
 
 // GLib would end the whole process when the shared session connection
@@ -107,12 +140,12 @@ struct ItemList
 bool connectSessionBus(GCancellable* cancellable)
 {
     ErrorSlot error;
-    GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable, error.out());
+    GDBusConnection* bus = lib().g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable, error.out());
     if (!bus)
         return false;
-    g_dbus_connection_set_exit_on_close(bus, FALSE);
-    const bool open = !g_dbus_connection_is_closed(bus);
-    g_object_unref(bus);
+    lib().g_dbus_connection_set_exit_on_close(bus, FALSE);
+    const bool open = !lib().g_dbus_connection_is_closed(bus);
+    lib().g_object_unref(bus);
     return open;
 }
 
@@ -120,18 +153,18 @@ bool connectSessionBus(GCancellable* cancellable)
 void search(ItemList& out, const Attributes& attributes, int flags, GCancellable* cancellable)
 {
     ErrorSlot error;
-    out.items = secret_service_search_sync(nullptr, genericSchema(), attributes.table,
+    out.items = lib().secret_service_search_sync(nullptr, genericSchema(), attributes.table,
         static_cast<SecretSearchFlags>(SECRET_SEARCH_ALL | flags), cancellable, error.out());
 }
 
 QString accountOf(::SecretItem* item)
 {
-    GHashTable* attributes = secret_item_get_attributes(item);
+    GHashTable* attributes = lib().secret_item_get_attributes(item);
     if (!attributes)
         return {};
-    const auto* account = static_cast<const char*>(g_hash_table_lookup(attributes, "account"));
+    const auto* account = static_cast<const char*>(lib().g_hash_table_lookup(attributes, "account"));
     QString result = account ? QString::fromUtf8(account) : QString();
-    g_hash_table_unref(attributes);
+    lib().g_hash_table_unref(attributes);
     return result;
 }
 } // namespace
@@ -143,7 +176,7 @@ LibsecretStore::LibsecretStore(std::chrono::milliseconds budget)
 
 std::optional<SecretItem> LibsecretStore::findFirst(const QString& service)
 {
-    if (!BusAddressProbe::sessionBusAccepts())
+    if (!BusAddressProbe::sessionBusAccepts() || !loadSecret())
         return std::nullopt;
     Deadline deadline(m_budget);
     if (!connectSessionBus(deadline.cancellable()))
@@ -153,15 +186,15 @@ std::optional<SecretItem> LibsecretStore::findFirst(const QString& service)
     search(found, Attributes(service, nullptr), SECRET_SEARCH_LOAD_SECRETS, deadline.cancellable());
     for (GList* node = found.items; node; node = node->next) {
         auto* item = static_cast<::SecretItem*>(node->data);
-        if (secret_item_get_locked(item))
+        if (lib().secret_item_get_locked(item))
             continue;
-        SecretValue* value = secret_item_get_secret(item);
+        SecretValue* value = lib().secret_item_get_secret(item);
         if (!value)
             continue;
         gsize length = 0;
-        const gchar* bytes = secret_value_get(value, &length);
+        const gchar* bytes = lib().secret_value_get(value, &length);
         SecretItem result { accountOf(item), QByteArray(bytes, qsizetype(length)) };
-        secret_value_unref(value);
+        lib().secret_value_unref(value);
         return result;
     }
     return std::nullopt;
@@ -169,7 +202,7 @@ std::optional<SecretItem> LibsecretStore::findFirst(const QString& service)
 
 bool LibsecretStore::replace(const QString& service, const QString& account, const QByteArray& data)
 {
-    if (!BusAddressProbe::sessionBusAccepts())
+    if (!BusAddressProbe::sessionBusAccepts() || !loadSecret())
         return false;
     Deadline deadline(m_budget);
     if (!connectSessionBus(deadline.cancellable()))
@@ -183,20 +216,20 @@ bool LibsecretStore::replace(const QString& service, const QString& account, con
     // keychain update changes every item its query matches.
     for (GList* node = found.items; node; node = node->next) {
         auto* item = static_cast<::SecretItem*>(node->data);
-        if (secret_item_get_locked(item))
+        if (lib().secret_item_get_locked(item))
             continue;
         matched = true;
-        SecretValue* value = secret_value_new(data.constData(), data.size(), "text/plain");
+        SecretValue* value = lib().secret_value_new(data.constData(), data.size(), "text/plain");
         ErrorSlot error;
-        allSet = secret_item_set_secret_sync(item, value, deadline.cancellable(), error.out()) && allSet;
-        secret_value_unref(value);
+        allSet = lib().secret_item_set_secret_sync(item, value, deadline.cancellable(), error.out()) && allSet;
+        lib().secret_value_unref(value);
     }
     return matched && allSet;
 }
 
 bool LibsecretStore::add(const QString& service, const QString& account, const QByteArray& data)
 {
-    if (!BusAddressProbe::sessionBusAccepts())
+    if (!BusAddressProbe::sessionBusAccepts() || !loadSecret())
         return false;
     Deadline deadline(m_budget);
     if (!connectSessionBus(deadline.cancellable()))
@@ -206,28 +239,28 @@ bool LibsecretStore::add(const QString& service, const QString& account, const Q
     // unlocking one would ask the user for a password.
     ErrorSlot error;
     SecretService* secrets
-        = secret_service_get_sync(SECRET_SERVICE_NONE, deadline.cancellable(), error.out());
+        = lib().secret_service_get_sync(SECRET_SERVICE_NONE, deadline.cancellable(), error.out());
     if (!secrets)
         return false;
-    SecretCollection* collection = secret_collection_for_alias_sync(
+    SecretCollection* collection = lib().secret_collection_for_alias_sync(
         secrets, SECRET_COLLECTION_DEFAULT, SECRET_COLLECTION_NONE, deadline.cancellable(), error.out());
-    g_object_unref(secrets);
+    lib().g_object_unref(secrets);
     if (!collection)
         return false;
     bool stored = false;
-    if (!secret_collection_get_locked(collection)) {
+    if (!lib().secret_collection_get_locked(collection)) {
         const Attributes attributes(service, &account);
         const QByteArray label = service.toUtf8();
-        SecretValue* value = secret_value_new(data.constData(), data.size(), "text/plain");
-        ::SecretItem* item = secret_item_create_sync(collection, genericSchema(), attributes.table,
+        SecretValue* value = lib().secret_value_new(data.constData(), data.size(), "text/plain");
+        ::SecretItem* item = lib().secret_item_create_sync(collection, genericSchema(), attributes.table,
             label.constData(), value, SECRET_ITEM_CREATE_NONE, deadline.cancellable(), error.out());
-        secret_value_unref(value);
+        lib().secret_value_unref(value);
         if (item) {
             stored = true;
-            g_object_unref(item);
+            lib().g_object_unref(item);
         }
     }
-    g_object_unref(collection);
+    lib().g_object_unref(collection);
     return stored;
 }
 

@@ -22,6 +22,7 @@ QtObject {
     readonly property color red: dark ? "#ff453a" : "#ff3b30"
     readonly property color orange: dark ? "#ff9f0a" : "#ff9500"
     readonly property color blue: dark ? "#0a84ff" : "#007aff"
+    readonly property color green: dark ? "#30d158" : "#28a745"
     readonly property color white: "#ffffff"
     readonly property color cardFill: fade(textBackground, 0.7)
     readonly property color cardOutline: fade(primary, 0.06)
@@ -41,6 +42,9 @@ QtObject {
     readonly property int badgeSize: 11
     readonly property int captionSize: 11
     readonly property int caption2Size: 10
+    readonly property int title3Size: 18
+    readonly property int bodySize: 13
+    readonly property int subheadlineSize: 12
     readonly property int resetIconSize: 10
 
     // Layout.
@@ -60,4 +64,14 @@ QtObject {
     readonly property int bannerRadius: 10
     readonly property int bannerPadding: 10
     readonly property int spinnerSize: 16
+
+    // The settings and welcome windows.
+    readonly property int settingsWidth: 440
+    readonly property int welcomeWidth: 430
+    readonly property int windowPadding: 24
+    readonly property int formGroupRadius: 8
+    readonly property int formRowHeight: 34
+    readonly property int aboutSymbolSize: 44
+    readonly property int welcomeSymbolSize: 40
+    readonly property int statusIconSize: 16
 }

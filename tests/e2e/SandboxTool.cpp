@@ -9,7 +9,7 @@
 //       resident memory of the runs.
 //
 // The command sees the environment of a user without a desktop session
-// (LimitraRun::sessionless) plus each --env. "{home}" in an argument stands
+// (LimitraRun::sessionless) with each --env set over it. "{home}" in an argument or --env value stands
 // for the sandbox's home folder.
 
 #include "LimitraRun.h"
@@ -179,7 +179,12 @@ int main(int argc, char** argv)
     for (int i = first + 1; i < argc; ++i)
         command.arguments.push_back(
             QString::fromLocal8Bit(argv[i]).replace(QStringLiteral("{home}"), home).toStdString());
-    for (const QString& entry : LimitraRun::sessionless(home).toStringList() + extraEnvironment)
+    QProcessEnvironment environment = LimitraRun::sessionless(home);
+    for (const QString& entry : extraEnvironment) {
+        const qsizetype equals = entry.indexOf(u'=');
+        environment.insert(entry.left(equals), entry.mid(equals + 1).replace(QStringLiteral("{home}"), home));
+    }
+    for (const QString& entry : environment.toStringList())
         command.environment.push_back(entry.toStdString());
 
     if (runs == 0)
