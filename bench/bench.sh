@@ -58,3 +58,7 @@ line "floor: 2 concurrent curl requests" "$("$sandbox" --runs "$runs" -- curl --
     --parallel --parallel-immediate --output /dev/null --output /dev/null \
     https://api.anthropic.com/api/oauth/usage https://chatgpt.com/backend-api/wham/usage)"
 line "limitra --snapshot" "$("$sandbox" --runs "$runs" -- "$limitra" --snapshot '{home}/snapshot.png')"
+
+# The tray application: memory after start and after 1,000 refreshes asked
+# through its menu, and CPU over a minute of idling.
+"$sandbox" -- "$root/bench/tray.sh" "$limitra" 1000 60

@@ -16,6 +16,7 @@ packages=(
     openssl iproute2 util-linux curl file ca-certificates
     dpkg-dev desktop-file-utils appstream man-db lintian
     clang libclang-rt-14-dev
+    xvfb xfce4-panel xfce4-indicator-plugin ayatana-indicator-application x11-utils imagemagick
 )
 
 missing=()

@@ -1,14 +1,13 @@
 // The entry point of the GUI module: the tray application and the snapshot.
 #include "app/Entry.h"
 #include "app/GuiModule.h"
+#include "app/LimitraApp.h"
 #include "ui/snapshot/SnapshotMode.h"
 
 #include <QString>
 #include <QtGlobal>
 
 #include <type_traits>
-
-#include <cstdio>
 
 extern "C" Q_DECL_EXPORT int limitra_gui_main(int argc, char** argv, int mode, const char* snapshotPath)
 {
@@ -19,8 +18,7 @@ extern "C" Q_DECL_EXPORT int limitra_gui_main(int argc, char** argv, int mode, c
     case Mode::Snapshot:
         return limitra::SnapshotMode::main(argc, argv, QString::fromLocal8Bit(snapshotPath));
     case Mode::Application:
-        std::fputs("limitra: la aplicación de la bandeja no está disponible todavía.\n", stderr);
-        return 0;
+        return limitra::LimitraApp::main(argc, argv);
     case Mode::Check:
         break;
     }

@@ -55,7 +55,7 @@ QtObject {
     readonly property int sectionsBottomPadding: 4
     readonly property int defaultSpacing: 8
     readonly property int buttonSize: 28
-    readonly property int buttonGlyphSize: 16
+    readonly property int buttonGlyphSize: 14
     readonly property int cardRadius: 14
     readonly property int cardPadding: 14
     readonly property int rowPaddingV: 11

@@ -169,6 +169,8 @@ private Q_SLOTS:
         QTest::newRow("detail") << row("S", 1, {}, "$12.50 de $50.00") << "" << "$12.50 de $50.00";
         QTest::newRow("both") << row("S", 1, kNow + 200000, "Opus") << "Se reinicia en 2d 7h" << "Opus";
         QTest::newRow("neither") << row("S", 1) << "" << "";
+        const QString longDetail = QStringLiteral("Incluye el uso de Opus y Sonnet en todos los proyectos del equipo");
+        QTest::newRow("long detail") << row("S", 1, kNow + 12000, longDetail) << "Se reinicia en 3h 20m" << longDetail;
     }
 
     void resetAndDetailLine()
@@ -186,6 +188,9 @@ private Q_SLOTS:
         QCOMPARE(detailText->isVisible() ? textOf(detailText) : QString(), detail);
         if (!reset.isEmpty() && !detail.isEmpty())
             QVERIFY(h->rect(detailText).left() > h->rect(resetText).right());
+        // Shown whole, wrapped inside the row rather than cut.
+        QVERIFY(!detailText->property("truncated").toBool());
+        QVERIFY(h->rect(detailText).right() <= h->rect(onlyRow()).right() - 14 + 0.5);
         // Below the bar; without either text the row ends at the bar.
         const double barBottom = h->bottom(h->find("barTrack", onlyRow()));
         if (reset.isEmpty() && detail.isEmpty())

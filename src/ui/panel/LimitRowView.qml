@@ -96,7 +96,7 @@ Column {
             text: view.row.detail
             font.pixelSize: Theme.captionSize
             color: Theme.secondary
-            elide: Text.ElideRight
+            wrapMode: Text.Wrap
             visible: view.row.hasDetail
         }
     }

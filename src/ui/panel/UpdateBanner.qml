@@ -23,7 +23,7 @@ Rectangle {
             anchors.verticalCenter: parent.verticalCenter
             name: "download"
             color: Theme.white
-            size: Theme.bannerTitleSize + 3
+            size: Theme.bannerTitleSize
         }
 
         Column {

@@ -1,0 +1,51 @@
+#!/usr/bin/env bash
+# Measures the tray application inside the bench sandbox (called by bench.sh):
+# resident memory after start and after REFRESHES refreshes asked through the
+# item's own menu on the bus, and CPU time over IDLE idle seconds.
+#   bench/tray.sh LIMITRA REFRESHES IDLE
+# Runs itself again on a private session bus; draws off screen.
+set -euo pipefail
+limitra=$1 refreshes=$2 idle=$3
+
+if [ -z "${LIMITRA_TRAY_BENCH_INNER:-}" ]; then
+    export LIMITRA_TRAY_BENCH_INNER=1 QT_QPA_PLATFORM=offscreen XDG_RUNTIME_DIR=$HOME/run
+    mkdir -p "$XDG_RUNTIME_DIR" && chmod 700 "$XDG_RUNTIME_DIR"
+    exec dbus-run-session -- "$0" "$@" 2>/dev/null
+fi
+
+"$limitra" >/dev/null 2>&1 &
+app=$!
+trap 'kill $app 2>/dev/null; wait $app 2>/dev/null' EXIT
+item=org.kde.StatusNotifierItem-$app-1
+for _ in $(seq 100); do gdbus introspect --session -d "$item" -o /MenuBar >/dev/null 2>&1 && break; sleep 0.1; done
+sleep 3 # the first refresh
+
+rss() { awk '/^VmRSS/ { printf "%.1f MiB", $2 / 1024 }' "/proc/$app/status"; }
+cpu() { awk '{ print $14 + $15 }' "/proc/$app/stat"; }
+
+start_rss=$(rss)
+# "Actualizar ahora" is the menu's second entry. A click while a refresh runs is
+# absorbed, so the clicks are paced well beyond one refresh against instant peers.
+begin=$(date +%s)
+for _ in $(seq "$refreshes"); do
+    gdbus call --session -d "$item" -o /MenuBar -m com.canonical.dbusmenu.Event 2 clicked '<0>' 0 >/dev/null
+    sleep 0.1
+done
+end=$(date +%s)
+sleep 2
+after_rss=$(rss)
+# The label shows whether the refreshes reached the peers ("C –" would mean not).
+label=$(gdbus call --session -d "$item" -o /StatusNotifierItem -m org.freedesktop.DBus.Properties.Get \
+    org.kde.StatusNotifierItem XAyatanaLabel)
+
+ticks=$(getconf CLK_TCK)
+before=$(cpu)
+sleep "$idle"
+used=$(( $(cpu) - before ))
+
+printf '%-40s %s\n' "tray: resident after start" "$start_rss"
+printf '%-40s %s\n' "tray: label after the refreshes" "$label"
+printf '%-40s %s (%d requests in %d s)\n' "tray: resident after $refreshes refreshes" "$after_rss" \
+    "$refreshes" "$((end - begin))"
+printf '%-40s %s\n' "tray: CPU over ${idle} s idle" \
+    "$(awk -v u="$used" -v t="$ticks" -v s="$idle" 'BEGIN { printf "%.3f %% of one core (%d ticks)", 100 * u / t / s, u }')"

@@ -1,0 +1,120 @@
+#include "app/LimitraApp.h"
+
+#include "platform/Defaults.h"
+#include "platform/QuitSignals.h"
+#include "ui/UiModule.h"
+#include "ui/panel/PanelActions.h"
+#include "ui/settings/SettingsWindow.h"
+#include "ui/settings/WelcomeWindow.h"
+#include "ui/tray/PanelWindow.h"
+#include "ui/tray/SingleInstance.h"
+#include "ui/tray/TrayItem.h"
+
+#include <QApplication>
+#include <QQuickWindow>
+
+#include <cstdio>
+
+namespace limitra {
+
+LimitraApp::LimitraApp(platform::Environment env, QObject* parent)
+    : LimitraApp(env, UsageStore::Services::real(env), parent)
+{
+}
+
+LimitraApp::LimitraApp(platform::Environment env, UsageStore::Services services, QObject* parent)
+    : QObject(parent)
+    , m_store(std::make_unique<UsageStore>(std::move(env), std::move(services)))
+{
+    UiModule::prepare(m_engine);
+    m_actions = std::make_unique<PanelActions>(*m_store);
+    m_panel = std::make_unique<PanelWindow>(m_engine, *m_store, *m_store->environment().defaults, *m_actions);
+    m_settings = std::make_unique<SettingsWindow>(m_engine, m_store->environment());
+    m_welcome = std::make_unique<WelcomeWindow>(m_engine, m_store->environment());
+    m_tray = std::make_unique<TrayItem>(*m_store);
+
+    connect(m_settings.get(), &SettingsWindow::welcomeRequested, this, &LimitraApp::openWelcome);
+    connect(m_actions.get(), &PanelActions::settingsRequested, this, &LimitraApp::openSettings);
+    connect(m_tray.get(), &TrayItem::activated, this, &LimitraApp::togglePanel);
+    connect(m_tray.get(), &TrayItem::actionTriggered, this, [this](TrayAction action) {
+        switch (action) {
+        case TrayAction::Panel:
+            showPanel();
+            break;
+        case TrayAction::Refresh:
+            m_actions->refresh();
+            break;
+        case TrayAction::Settings:
+            openSettings();
+            break;
+        case TrayAction::Quit:
+            m_actions->quit();
+            break;
+        }
+    });
+}
+
+LimitraApp::~LimitraApp() = default;
+
+void LimitraApp::start()
+{
+    m_tray->install();
+    platform::Defaults& defaults = *m_store->environment().defaults;
+    if (!defaults.hasShownWelcome()) {
+        // Marked first, so a crash in the guide never shows it twice.
+        defaults.setHasShownWelcome(true);
+        openWelcome();
+    }
+}
+
+void LimitraApp::togglePanel(QPoint anchor)
+{
+    m_panel->toggle(anchor);
+}
+
+void LimitraApp::showPanel()
+{
+    if (!m_panel->isVisible())
+        m_panel->open({});
+    m_panel->raise();
+    m_panel->requestActivate();
+}
+
+void LimitraApp::openSettings()
+{
+    m_panel->hide();
+    m_settings->show();
+}
+
+void LimitraApp::openWelcome()
+{
+    m_welcome->show();
+}
+
+int LimitraApp::main(int argc, char** argv)
+{
+    if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
+        && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+        std::fputs("limitra: no hay pantalla; en una terminal usa limitra --check.\n", stderr);
+        return 0;
+    }
+    // The panel is small and static; the software renderer draws it without a GPU context.
+    QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("limitra"));
+    QApplication::setApplicationDisplayName(QStringLiteral("Limitra"));
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    SingleInstance instance;
+    if (!instance.claim())
+        return 0;
+    platform::QuitSignals::install();
+
+    LimitraApp limitra(platform::Environment::system());
+    connect(&instance, &SingleInstance::showPanelRequested, &limitra, &LimitraApp::showPanel);
+    limitra.start();
+    QApplication::exec();
+    return 0;
+}
+
+} // namespace limitra

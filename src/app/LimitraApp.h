@@ -1,0 +1,63 @@
+#pragma once
+
+#include "platform/Environment.h"
+#include "store/UsageStore.h"
+
+#include <QObject>
+#include <QPoint>
+#include <QQmlEngine>
+
+#include <memory>
+
+namespace limitra {
+
+class PanelActions;
+class PanelWindow;
+class SettingsWindow;
+class TrayItem;
+class WelcomeWindow;
+
+// The tray application: owns the one UsageStore of the process, the tray item,
+// the drop-down panel and the settings and welcome windows, and lives until
+// "Salir" (or SIGTERM/SIGINT).
+class LimitraApp : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit LimitraApp(platform::Environment env, QObject* parent = nullptr);
+    LimitraApp(platform::Environment env, UsageStore::Services services, QObject* parent = nullptr);
+    ~LimitraApp() override;
+
+    // Builds the application object and runs until the user quits. Status 0.
+    static int main(int argc, char** argv);
+
+    // Puts the item in the tray and, for a user who never saw it, opens the
+    // welcome guide (marking it seen first).
+    void start();
+
+    UsageStore& store() { return *m_store; }
+    TrayItem& tray() { return *m_tray; }
+    PanelWindow& panel() { return *m_panel; }
+    SettingsWindow& settingsWindow() { return *m_settings; }
+    WelcomeWindow& welcomeWindow() { return *m_welcome; }
+
+public Q_SLOTS:
+    void togglePanel(QPoint anchor);
+    void showPanel();
+    // Opens or raises the settings window and brings it to the front.
+    void openSettings();
+    // Opens the welcome guide in front.
+    void openWelcome();
+
+private:
+    QQmlEngine m_engine;
+    std::unique_ptr<UsageStore> m_store;
+    std::unique_ptr<PanelActions> m_actions;
+    std::unique_ptr<PanelWindow> m_panel;
+    std::unique_ptr<SettingsWindow> m_settings;
+    std::unique_ptr<WelcomeWindow> m_welcome;
+    std::unique_ptr<TrayItem> m_tray;
+};
+
+} // namespace limitra
