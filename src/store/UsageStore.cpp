@@ -4,6 +4,7 @@
 #include "store/MenuBarText.h"
 #include "store/UsageStoreRegistry.h"
 
+#include <QCoreApplication>
 #include <QtConcurrent>
 
 #include <limits>
@@ -40,6 +41,12 @@ UsageStore::UsageStore(platform::Environment env, Services services, QObject* pa
 
 UsageStore::~UsageStore()
 {
+    // A refresh under way runs its remaining steps here: each is queued to this
+    // store or to its pool, and would otherwise reach them after they are gone.
+    while (!m_inFlight.isFinished()) {
+        m_pool.waitForDone();
+        QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
+    }
     if (UsageStoreRegistry::shared() == this)
         UsageStoreRegistry::setShared(nullptr);
 }
@@ -69,7 +76,7 @@ QFuture<void> UsageStore::refresh()
         fetch(codex, m_services.fetchCodex) };
 
     const auto checkIfDue = m_services.checkIfDue;
-    return QtFuture::whenAll(fetches.begin(), fetches.end())
+    m_inFlight = QtFuture::whenAll(fetches.begin(), fetches.end())
         .then(this,
             [this, claude, codex](const QList<QFuture<ServiceUsage>>& done) {
                 // Both records change before anyone is told, so no observer sees
@@ -94,6 +101,7 @@ QFuture<void> UsageStore::refresh()
                 Q_EMIT updateAvailableChanged();
             }
         });
+    return m_inFlight;
 }
 
 void UsageStore::requestRefresh()

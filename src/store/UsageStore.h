@@ -90,6 +90,8 @@ private:
     double m_now = 0;
     double m_lastRefresh;
     QTimer m_tickTimer;
+    // The steps of the refresh under way, finished when none is.
+    QFuture<void> m_inFlight;
     // Its own threads, so both fetches overlap even on a single-core machine.
     QThreadPool m_pool;
 };

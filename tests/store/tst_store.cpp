@@ -8,6 +8,7 @@
 #include <QtTest>
 
 #include <atomic>
+#include <thread>
 #include <memory>
 
 using namespace limitra;
@@ -121,6 +122,24 @@ private Q_SLOTS:
         settle(*store);
         QCOMPARE(f.script.claudeCalls.load(), 1);
         QCOMPARE(f.script.codexCalls.load(), 1);
+    }
+
+    // Quitting during a refresh: its last steps run before the store goes,
+    // instead of later against a store and a pool that no longer exist.
+    void storeDestroyedDuringARefreshFinishesItFirst()
+    {
+        Fixture f;
+        f.script.gate.acquire(1000);
+        auto store = f.store();
+        QTRY_VERIFY(store->isRefreshing());
+        std::thread opener([&f] {
+            QThread::msleep(100);
+            f.script.gate.release(1000);
+        });
+        store.reset();
+        opener.join();
+        QCOMPARE(f.script.updateChecks.load(), 1);
+        QCOMPARE(UsageStoreRegistry::shared(), nullptr);
     }
 
     void tickRefreshesOnceTheIntervalHasPassed_data()
