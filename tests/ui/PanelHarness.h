@@ -93,6 +93,9 @@ public:
     }
     void settle()
     {
+        // Rows the last publish replaced are deleted later; they must be gone
+        // before anything counts rows.
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         if (!m_window)
             return;
         // Grabbing polishes every item, so positions and sizes are final afterwards.
