@@ -28,7 +28,6 @@ LimitraApp::LimitraApp(platform::Environment env, UsageStore::Services services,
 {
     UiModule::prepare(m_engine);
     m_actions = std::make_unique<PanelActions>(*m_store);
-    m_panel = std::make_unique<PanelWindow>(m_engine, *m_store, *m_store->environment().defaults, *m_actions);
     m_settings = std::make_unique<SettingsWindow>(m_engine, m_store->environment());
     m_welcome = std::make_unique<WelcomeWindow>(m_engine, m_store->environment());
     m_tray = std::make_unique<TrayItem>(*m_store);
@@ -67,22 +66,31 @@ void LimitraApp::start()
     }
 }
 
+PanelWindow& LimitraApp::panel()
+{
+    if (!m_panel)
+        m_panel = std::make_unique<PanelWindow>(m_engine, *m_store, *m_store->environment().defaults, *m_actions);
+    return *m_panel;
+}
+
 void LimitraApp::togglePanel(QPoint anchor)
 {
-    m_panel->toggle(anchor);
+    panel().toggle(anchor);
 }
 
 void LimitraApp::showPanel()
 {
-    if (!m_panel->isVisible())
-        m_panel->open({});
-    m_panel->raise();
-    m_panel->requestActivate();
+    PanelWindow& window = panel();
+    if (!window.isVisible())
+        window.open({});
+    window.raise();
+    window.requestActivate();
 }
 
 void LimitraApp::openSettings()
 {
-    m_panel->hide();
+    if (m_panel)
+        m_panel->hide();
     m_settings->show();
 }
 

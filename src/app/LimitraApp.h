@@ -38,7 +38,8 @@ public:
 
     UsageStore& store() { return *m_store; }
     TrayItem& tray() { return *m_tray; }
-    PanelWindow& panel() { return *m_panel; }
+    // Built on first use: a tray app runs for hours before its panel is opened, if ever.
+    PanelWindow& panel();
     SettingsWindow& settingsWindow() { return *m_settings; }
     WelcomeWindow& welcomeWindow() { return *m_welcome; }
 
