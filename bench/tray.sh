@@ -13,6 +13,9 @@ if [ -z "${LIMITRA_TRAY_BENCH_INNER:-}" ]; then
     exec dbus-run-session -- "$0" "$@" 2>/dev/null
 fi
 
+# An everyday start: the welcome guide opens once per user, at the first one.
+mkdir -p "$HOME/.config/limitra"
+printf '[General]\nhasShownWelcome=true\n' >"$HOME/.config/limitra/limitra.conf"
 "$limitra" >/dev/null 2>&1 &
 app=$!
 trap 'kill $app 2>/dev/null; wait $app 2>/dev/null' EXIT
@@ -20,7 +23,10 @@ item=org.kde.StatusNotifierItem-$app-1
 for _ in $(seq 100); do gdbus introspect --session -d "$item" -o /MenuBar >/dev/null 2>&1 && break; sleep 0.1; done
 sleep 3 # the first refresh
 
-rss() { awk '/^VmRSS/ { printf "%.1f MiB", $2 / 1024 }' "/proc/$app/status"; }
+# Resident memory, and its proportional share: the libraries' pages count
+# once among every Qt program of the desktop.
+rss() { awk '/^Rss/ { r = $2 } /^Pss:/ { p = $2 } END { printf "%.1f MiB (proportional %.1f MiB)", r / 1024, p / 1024 }' \
+    "/proc/$app/smaps_rollup"; }
 cpu() { awk '{ print $14 + $15 }' "/proc/$app/stat"; }
 
 start_rss=$(rss)
