@@ -27,6 +27,10 @@ if [ -z "${LIMITRA_HOST_INNER:-}" ]; then
     root=$(mktemp -d "${TMPDIR:-/tmp}/limitra-host.XXXXXX") || exit 2
     mkdir -p "$root/home" "$root/config/xfce4/xfconf/xfce-perchannel-xml" "$root/run" "$shots"
     chmod 700 "$root/run"
+    # A user who has seen the welcome guide (the tray test covers the first
+    # start), so that no window hides the panel in the screenshots.
+    mkdir -p "$root/config/limitra"
+    printf '[General]\nhasShownWelcome=true\n' >"$root/config/limitra/limitra.conf"
     # One top panel holding only the indicator plugin.
     cat >"$root/config/xfce4/xfconf/xfce-perchannel-xml/xfce4-panel.xml" <<'XML'
 <?xml version="1.0" encoding="UTF-8"?>
@@ -99,8 +103,9 @@ gdbus call --session -d org.ayatana.indicator.application -o /org/ayatana/indica
     -m org.ayatana.indicator.application.service.GetApplications 2>&1 | grep -q "C – · X –" \
     || fail "the host does not list the item's label"
 
-# A click on the item (the host gives its point) opens the panel below the bar.
-gdbus call --session -d "$item" -o /StatusNotifierItem -m org.kde.StatusNotifierItem.Activate 1200 14 >/dev/null
+# A click on the item (the host gives its point, here the icon at the left end
+# of the bar) opens the panel below the bar, kept on screen.
+gdbus call --session -d "$item" -o /StatusNotifierItem -m org.kde.StatusNotifierItem.Activate 12 14 >/dev/null
 sleep 1.5
 geometry=$(xwininfo -root -tree | grep "(\"limitra\" \"limitra\")" | head -1)
 [ -n "$geometry" ] || fail "Activate opened no panel window"
