@@ -16,10 +16,13 @@
 #          -l FILE  fault list (scripts/mutants.tsv)   -w DIR  scratch dir (build/mutate)
 #          -c  report stale faults only
 #
-# Fault list: tab-separated "id, file under src/, exact text, replacement, harm".
+# Fault list: tab-separated "id, file (src/...), exact text, replacement, harm".
 # \n, \t and \\ in the texts stand for a newline, a tab and a backslash. The text must occur
 # exactly once in the file, otherwise the fault is "stale" (the code moved on)
 # and counts neither as caught nor as escaped.
+# Read whole before it runs (the braces), so editing or checking out this file
+# during a long run cannot change the run.
+{
 set -uo pipefail
 repo=$(cd "$(dirname "$0")/.." && pwd)
 list=$repo/scripts/mutants.tsv
@@ -29,7 +32,7 @@ while getopts "o:R:E:at:l:w:ch" opt; do
     case $opt in
         o) only=$OPTARG ;; R) include=$OPTARG ;; E) exclude=$OPTARG ;; a) whole=1 ;;
         t) limit=$OPTARG ;; l) list=$OPTARG ;; w) work=$OPTARG ;; c) check=1 ;;
-        *) sed -n '2,/^set -uo/p' "$0" | sed '$d; s/^# \{0,1\}//'; exit 2 ;;
+        *) sed -n '2,/^# Read whole/p' "$0" | sed '$d; s/^# \{0,1\}//'; exit 2 ;;
     esac
 done
 tree=$work/tree
@@ -59,22 +62,28 @@ folder_of() { # src/services/claude/X.cpp -> services/claude, src/ui/panel/Y.qml
     case $rel in services/*) rel=${rel#services/}; echo "services/${rel%%/*}" ;; *) echo "${rel%%/*}" ;; esac
 }
 
-# Python does the exact-text work: count the occurrences and replace the one.
-edit() { # edit count|apply FILE FIND REPLACE
-    python3 - "$@" <<'EOF'
-import sys
-mode, path, find, repl = sys.argv[1:5]
-import re
+# Python does the exact-text work. "edit count TREE" prints every fault's id
+# and how often its text occurs; "edit apply TREE ID" makes that one fault.
+edit() {
+    python3 - "$list" "$@" <<'EOF'
+import re, sys
+listing, mode, tree = sys.argv[1:4]
 dec = lambda s: re.sub(r"\\(.)", lambda m: {"n": "\n", "t": "\t"}.get(m.group(1), m.group(1)), s)
-find, repl = dec(find), dec(repl)
-text = open(path, encoding="utf-8").read()
-n = text.count(find)
-if mode == "count":
-    print(n)
-elif n == 1:
-    open(path, "w", encoding="utf-8").write(text.replace(find, repl))
-else:
-    sys.exit(1)
+for line in open(listing, encoding="utf-8"):
+    f = line.rstrip("\n").split("\t")
+    if len(f) < 4 or f[0].startswith("#") or (mode == "apply" and f[0] != sys.argv[4]):
+        continue
+    path, find, repl = tree + "/" + f[1], dec(f[2]), dec(f[3])
+    try:
+        text = open(path, encoding="utf-8").read()
+    except OSError:
+        text = ""
+    if mode == "count":
+        print(f[0], text.count(find))
+    elif text.count(find) == 1:
+        open(path, "w", encoding="utf-8").write(text.replace(find, repl))
+        sys.exit(0)
+sys.exit(mode == "apply")
 EOF
 }
 
@@ -82,14 +91,22 @@ EOF
 # differs are written, with a fresh time stamp, so the next build recompiles
 # exactly what changed (also after an interrupted run left a fault behind).
 sync_tree() {
-    mkdir -p "$tree"
-    (cd "$repo" && git ls-files -z --cached --others --exclude-standard) |
-        while IFS= read -r -d '' f; do
-            [[ -f $repo/$f ]] || continue
-            if ! cmp -s "$repo/$f" "$tree/$f"; then
-                mkdir -p "$(dirname "$tree/$f")" && cp "$repo/$f" "$tree/$f"
-            fi
-        done
+    (cd "$repo" && git ls-files -z --cached --others --exclude-standard) | python3 -c '
+import os, shutil, sys
+repo, tree = sys.argv[1:3]
+for f in sys.stdin.read().split("\0"):
+    src, dst = os.path.join(repo, f), os.path.join(tree, f)
+    if not f or not os.path.isfile(src):
+        continue
+    try:
+        same = open(src, "rb").read() == open(dst, "rb").read()
+    except OSError:
+        same = False
+    if not same:
+        os.makedirs(os.path.dirname(dst), exist_ok=True)
+        shutil.copyfile(src, dst)
+        shutil.copymode(src, dst)
+' "$repo" "$tree"
 }
 
 # Reads the list into parallel arrays; '#' lines and blank lines are comments.
@@ -113,9 +130,10 @@ mkdir -p "$log"
 sync_tree
 
 stale=()
+declare -A occurrences
+while read -r id n; do occurrences[$id]=$n; done < <(edit count "$tree")
 for i in "${!ids[@]}"; do
-    n=$(edit count "$tree/${files[i]}" "${finds[i]}" "${repls[i]}" 2>/dev/null || echo 0)
-    [[ $n == 1 ]] || stale+=("$i")
+    [[ ${occurrences[${ids[i]}]:-0} == 1 ]] || stale+=("$i")
 done
 if ((check)); then
     for i in "${stale[@]}"; do echo "stale ${ids[i]} ${files[i]}"; done
@@ -149,7 +167,9 @@ run_tests() { # run_tests FILTER LOGFILE -> 0 pass, 1 fail, 124 time limit
 }
 
 echo "== scratch tree: $tree"
-(cd "$tree" && cmake --preset dev >"$log/configure.log" 2>&1) || { echo "configure failed: $log/configure.log"; exit 1; }
+launcher=()
+command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+(cd "$tree" && cmake --preset dev "${launcher[@]}" >"$log/configure.log" 2>&1) || { echo "configure failed: $log/configure.log"; exit 1; }
 echo "== baseline build and tests"
 all=$(for i in "${!ids[@]}"; do filter_for "$(folder_of "${files[i]}")"; done | tr '|' '\n' | sort -u | paste -sd'|')
 cmake --build "$build" -j2 >"$log/baseline-build.log" 2>&1 || { echo "baseline build failed: $log/baseline-build.log"; exit 1; }
@@ -168,7 +188,7 @@ for i in "${!ids[@]}"; do
     t0=$(date +%s)
     filter=$(filter_for "$(folder_of "${files[i]}")")
     current=$i
-    edit apply "$tree/${files[i]}" "${finds[i]}" "${repls[i]}"
+    edit apply "$tree" "${ids[i]}"
     if ! cmake --build "$build" -j2 --target $(targets_for "$filter") >"$log/${ids[i]}.log" 2>&1; then
         verdict=compiler; compiled+=("$i")
     else
@@ -202,3 +222,5 @@ if ((${#stale[@]})); then
     for i in "${stale[@]}"; do printf '  %-5s %s\n' "${ids[i]}" "${files[i]}"; done
 fi
 echo "logs: $log"
+exit
+}
