@@ -127,6 +127,8 @@ done <"$list"
 
 started=$(date +%s)
 mkdir -p "$log"
+# The run works from its own copy of the list, so editing it meanwhile is safe.
+cp "$list" "$log/mutants.tsv" && list=$log/mutants.tsv
 sync_tree
 
 stale=()
@@ -189,13 +191,15 @@ if (($? != 0)); then
 fi
 
 caught=() compiled=() timedout=() escaped=()
-restore() { [[ -n ${current:-} ]] && cp "$repo/${files[current]}" "$tree/${files[current]}"; current=""; }
+# The file goes back from the copy taken before the fault, with a new time
+# stamp, so the next build recompiles it.
+restore() { [[ -n ${current:-} ]] && cp "$work/original" "$tree/${files[current]}"; current=""; }
 trap 'restore; echo; echo "interrupted"; exit 130' INT TERM
 for i in "${!ids[@]}"; do
     [[ " ${stale[*]} " == *" $i "* ]] && { printf '%-5s stale\n' "${ids[i]}"; continue; }
     t0=$(date +%s)
     filter=$(filter_for "$(folder_of "${files[i]}")")
-    current=$i
+    cp "$tree/${files[i]}" "$work/original" && current=$i
     edit apply "$tree" "${ids[i]}"
     if ! cmake --build "$build" -j2 --target $(targets_for "$filter") >"$log/${ids[i]}.log" 2>&1; then
         verdict=compiler; compiled+=("$i")
