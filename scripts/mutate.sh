@@ -200,7 +200,11 @@ for i in "${!ids[@]}"; do
     t0=$(date +%s)
     filter=$(filter_for "$(folder_of "${files[i]}")")
     cp "$tree/${files[i]}" "$work/original" && current=$i
-    edit apply "$tree" "${ids[i]}"
+    if ! edit apply "$tree" "${ids[i]}"; then
+        current="" stale+=("$i")
+        printf '%-5s stale\n' "${ids[i]}"
+        continue
+    fi
     if ! cmake --build "$build" -j2 --target $(targets_for "$filter") >"$log/${ids[i]}.log" 2>&1; then
         verdict=compiler; compiled+=("$i")
     else
