@@ -41,11 +41,12 @@ log=$work/logs
 export CCACHE_BASEDIR=${CCACHE_BASEDIR:-/work} CCACHE_DIR=${CCACHE_DIR:-/work/.ccache}
 e2e="tst_checkjourneys|tst_checkwriteback|tst_checkfreshuser|tst_snapshotjourneys"
 
-# The tests that can see a fault in each folder: the folder's own unit tests,
+# The tests that can see a fault in each folder: the folder's own unit tests
+# (model also holds AppSettings, tested with the platform it drives),
 # the units built on it, and the end-to-end journeys that show its result.
 tests_for() {
     case $1 in
-        model) echo "tst_model|tst_store|tst_panel|tst_entry|tst_checkjourneys|tst_snapshotjourneys" ;;
+        model) echo "tst_model|tst_platform|tst_store|tst_panel|tst_entry|tst_checkjourneys|tst_snapshotjourneys" ;;
         platform) echo "tst_platform|tst_keychainoffline|tst_claude|tst_codex|tst_updatechecker|tst_entry|$e2e" ;;
         services/claude) echo "tst_claude|tst_keychainoffline|tst_entry|tst_checkjourneys|tst_checkwriteback|tst_checkfreshuser" ;;
         services/codex) echo "tst_codex|tst_entry|tst_checkjourneys|tst_checkwriteback|tst_checkfreshuser" ;;
