@@ -112,7 +112,9 @@ for f in sys.stdin.read().split("\0"):
 
 # Reads the list into parallel arrays; '#' lines and blank lines are comments.
 ids=() files=() finds=() repls=() harms=()
-while IFS=$'\t' read -r id file find repl harm; do
+while IFS= read -r line; do
+    # A non-blank separator keeps empty fields (an empty replacement) in place.
+    IFS=$'\x1f' read -r id file find repl harm <<<"${line//$'\t'/$'\x1f'}"
     [[ -z $id || $id == \#* ]] && continue
     if [[ -n $only ]]; then
         keep=0
