@@ -11,7 +11,7 @@
 
 extern "C" Q_DECL_EXPORT int limitra_gui_main(int argc, char** argv, int mode, const char* snapshotPath)
 {
-    // A mismatch here would mean the executable and the module come from different builds.
+    // The executable calls this through GuiModule::EntryPoint: the two must agree.
     static_assert(std::is_same_v<decltype(&limitra_gui_main), limitra::GuiModule::EntryPoint>);
     using limitra::Entry::Mode;
     switch (static_cast<Mode>(mode)) {
