@@ -21,6 +21,19 @@ std::optional<double> worstLeft(const ServiceUsage& usage)
     return worst;
 }
 
+std::optional<double> lowestLeft(
+    const ServiceUsage& claude, const ServiceUsage& codex, bool showClaude, bool showCodex)
+{
+    std::optional<double> lowest;
+    for (const auto& [visible, usage] : { std::pair { showClaude, &claude }, std::pair { showCodex, &codex } }) {
+        if (!visible)
+            continue;
+        if (const auto left = worstLeft(*usage))
+            lowest = lowest ? std::min(*lowest, *left) : *left;
+    }
+    return lowest;
+}
+
 QString compose(const ServiceUsage& claude, const ServiceUsage& codex, bool showClaude, bool showCodex,
     const QString& menuBarStyle, const QString& percentMode)
 {
@@ -32,13 +45,7 @@ QString compose(const ServiceUsage& claude, const ServiceUsage& codex, bool show
     case MenuBarStyle::IconOnly:
         return {};
     case MenuBarStyle::IconAndWorst: {
-        std::optional<double> lowest;
-        for (const auto& [visible, usage] : { std::pair { showClaude, &claude }, std::pair { showCodex, &codex } }) {
-            if (!visible)
-                continue;
-            if (const auto left = worstLeft(*usage))
-                lowest = lowest ? std::min(*lowest, *left) : *left;
-        }
+        const auto lowest = lowestLeft(claude, codex, showClaude, showCodex);
         return lowest ? shown(*lowest) : QString();
     }
     case MenuBarStyle::IconAndPercents:

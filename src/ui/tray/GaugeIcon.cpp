@@ -51,16 +51,7 @@ int step(std::optional<double> worstLeft)
 
 int stepOf(const UsageStore& store)
 {
-    std::optional<double> worst;
-    const auto take = [&worst](std::optional<double> left) {
-        if (left && (!worst || *left < *worst))
-            worst = left;
-    };
-    if (store.showClaude())
-        take(MenuBarText::worstLeft(store.claude()));
-    if (store.showCodex())
-        take(MenuBarText::worstLeft(store.codex()));
-    return step(worst);
+    return step(MenuBarText::lowestLeft(store.claude(), store.codex(), store.showClaude(), store.showCodex()));
 }
 
 QString name(int step)
