@@ -155,7 +155,7 @@ QList<LimitRow> parseRows(const QJsonObject& answer, double now)
 ServiceUsage fetch(const platform::Environment& env)
 {
     ServiceUsage usage;
-    const QString path = env.homePath(QStringLiteral(".codex/auth.json"));
+    const QString path = env.homePath(authFile);
     const std::optional<QByteArray> bytes = platform::Files::read(path);
     const std::optional<QJsonObject> root = bytes ? Json::parseObject(*bytes) : std::nullopt;
     const std::optional<QJsonObject> tokens = root ? Json::object(*root, u"tokens") : std::nullopt;

@@ -4,6 +4,7 @@
 #include "model/ServiceUsage.h"
 
 #include <QJsonObject>
+#include <QLatin1String>
 #include <QList>
 
 namespace limitra {
@@ -16,6 +17,9 @@ struct Environment;
 // read with the session stored in ~/.codex/auth.json. Stateless: every fetch
 // reads the file afresh, and a refreshed session is written back to it.
 namespace CodexProvider {
+// The session file, relative to the home folder.
+inline constexpr QLatin1String authFile { ".codex/auth.json" };
+
 // The OAuth client identifier sent with every token refresh.
 inline constexpr char clientId[] = "app_Zq8RtLw2Nc5VyH0dKs3Bpxme";
 

@@ -1,6 +1,8 @@
 #include "ui/settings/WelcomeDetection.h"
 
+#include "services/claude/ClaudeProvider.h"
 #include "services/claude/KeychainHelper.h"
+#include "services/codex/CodexProvider.h"
 
 #include <QFileInfo>
 #include <QtConcurrent/QtConcurrentRun>
@@ -24,11 +26,11 @@ WelcomeDetection::WelcomeDetection(const platform::Environment& env, QObject* pa
 WelcomeDetection::Found WelcomeDetection::look(const platform::Environment& env)
 {
     Found found;
-    found.codex = exists(env, QStringLiteral(".codex/auth.json"));
+    found.codex = exists(env, CodexProvider::authFile);
     // Claude Code's own item; the program's copy of it does not count.
     found.claude
-        = (env.secrets && KeychainHelper::read(*env.secrets, QStringLiteral("Claude Code-credentials")))
-        || exists(env, QStringLiteral(".claude/.credentials.json"));
+        = (env.secrets && KeychainHelper::read(*env.secrets, ClaudeProvider::claudeCodeService))
+        || exists(env, ClaudeProvider::credentialsFile);
     return found;
 }
 
