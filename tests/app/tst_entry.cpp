@@ -78,8 +78,8 @@ private Q_SLOTS:
     {
         TestEnv t(kNow, std::chrono::seconds(5));
         QVERIFY(t.write(".claude/.credentials.json",
-            R"({"claudeAiOauth":{"accessToken":"claude-at","refreshToken":"r","expiresAt":1740834000000,"subscriptionType":"max"}})"));
-        QVERIFY(t.write(".codex/auth.json", R"({"tokens":{"access_token":"codex-at","account_id":"a"}})"));
+            R"({"claudeAiOauth":{"accessToken":"c","refreshToken":"r","expiresAt":2e12}})"));
+        QVERIFY(t.write(".codex/auth.json", R"({"tokens":{"access_token":"x","account_id":"a"}})"));
         PeerAnswer claude = answer(200, R"({"five_hour":{"utilization":12}})"),
                    codex = answer(200, R"({"rate_limit":{"secondary_window":{"used_percent":7}}})");
         claude.delay = std::chrono::milliseconds(900);
@@ -90,7 +90,7 @@ private Q_SLOTS:
         QTextStream out(&text);
         Entry::runCheck(t.env, out);
         QCOMPARE(text,
-            "== Claude Code [Max] ==\n  Sesión de 5 h — 12% usado (88% restante)\n"
+            "== Claude Code [sin plan] ==\n  Sesión de 5 h — 12% usado (88% restante)\n"
             "== Codex [sin plan] ==\n  Ventana secundaria — 7% usado (93% restante)\n");
         const auto requests = t.peer.requests();
         QCOMPARE(requests.size(), 2);
