@@ -27,7 +27,7 @@ void require(bool holds, const char* rule, const QString& detail = {})
         qFatal("broken rule: %s\n%s", rule, qUtf8Printable(detail));
 }
 
-QList<QByteArray> split(const QByteArray& bytes)
+[[maybe_unused]] QList<QByteArray> split(const QByteArray& bytes)
 {
     QList<QByteArray> out { bytes };
     for (qsizetype at; out.size() < 3 && (at = out.back().indexOf("\n%%\n")) >= 0;) {
@@ -39,7 +39,7 @@ QList<QByteArray> split(const QByteArray& bytes)
 }
 
 // Every row fits the model and reads as the panel and the check report may show it.
-void checkRows(const QList<LimitRow>& rows)
+[[maybe_unused]] void checkRows(const QList<LimitRow>& rows)
 {
     for (const LimitRow& row : rows) {
         require(fitsModel(row.usedPercent) && fitsModel(row.resetsAt.value_or(0)), "fits the model", row.id);
@@ -64,9 +64,9 @@ QSet<QByteArray> tokens(const QJsonObject& object, QStringView key)
 
 // A session file, a token answer and a usage answer through a fetch whose first token is refused: only
 // stored or granted tokens go out, whole, in known headers; one that cannot travel is never saved.
-void session(const QByteArray& bytes, const QString& file, QStringView root, QStringView stored,
-    const char* tokenPath, const char* usagePath, std::initializer_list<QStringView> granted,
-    ServiceUsage (*fetch)(const platform::Environment&))
+[[maybe_unused]] void session(const QByteArray& bytes, const QString& file, QStringView root,
+    QStringView stored, const char* tokenPath, const char* usagePath,
+    std::initializer_list<QStringView> granted, ServiceUsage (*fetch)(const platform::Environment&))
 {
     static test::TestEnv t(kNow, std::chrono::milliseconds(2000));
     const QList<QByteArray> parts = split(bytes);
@@ -133,7 +133,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             "a newer version at a web address", info->version + u' ' + info->downloadURL.toString());
     }
     const QString a = QString::fromUtf8(parts[1]), b = QString::fromUtf8(parts[2]);
-    require(!newer(a, a) && !(newer(a, b) && newer(b, a)) && !newer(a + u".0", a) && !newer(a, a + u".0"),
+    require(!newer(a, a) && !(newer(a, b) && newer(b, a)) && !newer(a + u".0"_s, a) && !newer(a, a + u".0"_s),
         "at most one of two versions is newer, and a trailing .0 changes nothing", a + u'|' + b);
 #elif defined(FUZZ_format)
     // Any text as a date, and the input's first 16 bytes as two doubles.
