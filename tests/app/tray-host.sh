@@ -17,9 +17,9 @@ if [ -z "${LIMITRA_HOST_INNER:-}" ]; then
     cat >"$conf/xfce4-panel.xml" <<'XML'
 <channel name="xfce4-panel" version="1.0"><property name="panels" type="array"><value type="int" value="1"/>
 <property name="panel-1" type="empty"><property name="position" type="string" value="p=6;x=0;y=0"/>
-<property name="size" type="uint" value="28"/><property name="plugin-ids" type="array"><value type="int" value="1"/>
-</property></property></property><property name="plugins" type="empty"><property name="plugin-1" type="string"
-value="indicator"/></property></channel>
+<property name="length" type="uint" value="100"/><property name="size" type="uint" value="28"/>
+<property name="plugin-ids" type="array"><value type="int" value="1"/></property></property></property><property
+name="plugins" type="empty"><property name="plugin-1" type="string" value="indicator"/></property></channel>
 XML
     Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$root/display" 2>/dev/null &
     for _ in $(seq 50); do [ -s "$root/display" ] && break; sleep 0.1; done
