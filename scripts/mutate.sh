@@ -42,16 +42,16 @@ export CCACHE_BASEDIR=${CCACHE_BASEDIR:-/work} CCACHE_DIR=${CCACHE_DIR:-/work/.c
 e2e="tst_checkjourneys|tst_checkwriteback|tst_checkfreshuser|tst_snapshotjourneys"
 
 # The tests that can see a fault in each folder: the folder's own unit tests
-# (model also holds AppSettings, tested with the platform it drives),
+# (model, platform, store and update share tst_core),
 # the units built on it, and the end-to-end journeys that show its result.
 tests_for() {
     case $1 in
-        model) echo "tst_model|tst_platform|tst_store|tst_panel|tst_entry|tst_checkjourneys|tst_snapshotjourneys" ;;
-        platform) echo "tst_platform|tst_keychainoffline|tst_claude|tst_codex|tst_updatechecker|tst_entry|$e2e" ;;
+        model) echo "tst_core|tst_panel|tst_entry|tst_checkjourneys|tst_snapshotjourneys" ;;
+        platform) echo "tst_core|tst_keychainoffline|tst_claude|tst_codex|tst_entry|$e2e" ;;
         services/claude) echo "tst_claude|tst_keychainoffline|tst_entry|tst_checkjourneys|tst_checkwriteback|tst_checkfreshuser" ;;
         services/codex) echo "tst_codex|tst_entry|tst_checkjourneys|tst_checkwriteback|tst_checkfreshuser" ;;
-        update) echo "tst_updatechecker|tst_store|tst_panel|tst_entry|tst_checkjourneys|tst_snapshotjourneys" ;;
-        store) echo "tst_store|tst_panel|tst_entry|$e2e" ;;
+        update) echo "tst_core|tst_panel|tst_entry|tst_checkjourneys|tst_snapshotjourneys" ;;
+        store) echo "tst_core|tst_panel|tst_entry|$e2e" ;;
         ui) echo "tst_panel|tst_windows|tst_tray|tray_host|tst_entry|tst_snapshotjourneys" ;;
         app) echo "tst_entry|tst_tray|tray_host|$e2e" ;;
         *) echo "" ;;
