@@ -17,8 +17,7 @@ fi
 ip link set lo up
 mount -t tmpfs tmpfs /tmp
 d=/tmp/.sandbox
-mkdir -p $d/trust
-cd $d
+mkdir -p $d/trust && cd $d
 printf '127.0.0.1 localhost %s\n::1 localhost\n' "$hosts" >hosts
 san=$(printf 'DNS:%s,' $hosts)
 key="-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2"
@@ -35,5 +34,5 @@ mount --bind hosts /etc/hosts
 mount --bind trust /etc/ssl/certs
 export LIMITRA_PEER_CERT=$d/peer.pem LIMITRA_PEER_KEY=$d/peer.key
 export LIMITRA_ROGUE_CERT=$d/rogue.pem LIMITRA_ROGUE_KEY=$d/rogue.key
-cd /
+cd "$OLDPWD"
 "$@"

@@ -54,11 +54,10 @@ struct RecordedRequest
     QByteArray header(const QByteArray& lowerName) const;
 };
 
-// A real HTTP server on 127.0.0.1 answering from a script per method and path
-// and recording every request it receives.
-// Given a certificate and key it speaks HTTPS; port 0 takes a free port.
-// Unscripted paths answer 404. Stopping it (the destructor) releases held and
-// hanging requests at once.
+// A real HTTP server on 127.0.0.1, HTTPS given a certificate and key, on a free
+// port unless given one, answering from a script per method and path (404 when
+// unscripted) and recording every request. Stopping it (the destructor)
+// releases held and hanging requests at once.
 class FakePeer
 {
 public:
@@ -70,15 +69,11 @@ public:
     bool isListening() const;
     QUrl baseUrl() const; // http://127.0.0.1:PORT
 
-    // The same answer to every matching request.
+    // The same answer to every matching request. A host before the method
+    // ("chatgpt.com GET") matches only requests whose Host header names it.
     void on(const QByteArray& method, const QByteArray& path, const PeerAnswer& answer);
-    void on(
-        const QByteArray& host, const QByteArray& method, const QByteArray& path, const PeerAnswer& answer);
     // Answers used in order; the last one repeats.
     void onSequence(const QByteArray& method, const QByteArray& path, const QList<PeerAnswer>& answers);
-    void onSequence(const QByteArray& host, const QByteArray& method, const QByteArray& path,
-        const QList<PeerAnswer>& answers);
-
     // Forgets every script and recorded request.
     void clear();
 
