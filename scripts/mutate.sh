@@ -39,20 +39,20 @@ tree=$work/tree
 build=$tree/build/dev
 log=$work/logs
 export CCACHE_BASEDIR=${CCACHE_BASEDIR:-/work} CCACHE_DIR=${CCACHE_DIR:-/work/.ccache}
-e2e="tst_checkjourneys|tst_checkwriteback|tst_checkfreshuser|tst_snapshotjourneys"
+e2e="tst_journeys"
 
 # The tests that can see a fault in each folder: the folder's own unit tests
 # (model also holds AppSettings, tested with the platform it drives),
 # the units built on it, and the end-to-end journeys that show its result.
 tests_for() {
     case $1 in
-        model) echo "tst_model|tst_platform|tst_store|tst_panel|tst_entry|tst_checkjourneys|tst_snapshotjourneys" ;;
+        model) echo "tst_model|tst_platform|tst_store|tst_panel|tst_entry|tst_journeys" ;;
         platform) echo "tst_platform|tst_keychainoffline|tst_claude|tst_codex|tst_updatechecker|tst_entry|$e2e" ;;
-        services/claude) echo "tst_claude|tst_keychainoffline|tst_entry|tst_checkjourneys|tst_checkwriteback|tst_checkfreshuser" ;;
-        services/codex) echo "tst_codex|tst_entry|tst_checkjourneys|tst_checkwriteback|tst_checkfreshuser" ;;
-        update) echo "tst_updatechecker|tst_store|tst_panel|tst_entry|tst_checkjourneys|tst_snapshotjourneys" ;;
+        services/claude) echo "tst_claude|tst_keychainoffline|tst_entry|tst_journeys" ;;
+        services/codex) echo "tst_codex|tst_entry|tst_journeys" ;;
+        update) echo "tst_updatechecker|tst_store|tst_panel|tst_entry|tst_journeys" ;;
         store) echo "tst_store|tst_panel|tst_entry|$e2e" ;;
-        ui) echo "tst_panel|tst_entry|tst_snapshotjourneys" ;;
+        ui) echo "tst_panel|tst_entry|tst_journeys" ;;
         app) echo "tst_entry|$e2e" ;;
         *) echo "" ;;
     esac
@@ -157,7 +157,7 @@ targets_for() { # the test executables of a filter, plus the binary and GUI modu
     for t in $(ctest --test-dir "$build" -N | awk '/Test +#/ {print $3}'); do
         [[ $t =~ ^($re)$ || ( $re == "." ) ]] && out+=("$t")
     done
-    [[ " ${out[*]} " == *" tst_check"* || " ${out[*]} " == *" tst_snap"* ]] && out+=(limitra limitra_gui)
+    [[ " ${out[*]} " == *" tst_journeys "* ]] && out+=(limitra limitra_gui)
     echo "${out[*]}"
 }
 run_tests() { # run_tests FILTER LOGFILE -> 0 pass, 1 fail, 124 time limit
