@@ -1,7 +1,6 @@
-// The unmodified binary, run as a user without a desktop session, against a
-// TLS peer standing in for every production host (see sandbox.sh). Each
-// journey of journeys.txt gives the files before, the peer's answers, the
-// arguments, and what must come out: lines, requests and files after.
+// The unmodified binary, run as a user without a desktop session against a TLS peer for every
+// production host (see sandbox.sh): each journey of journeys.txt gives the files before, the
+// peer's answers, the arguments, and the lines, requests and files that must come out.
 #include "support/FakePeer.h"
 
 #include <QDateTime>
@@ -58,8 +57,9 @@ bool matches(const QString& pattern, const QString& text, double from, double to
         regex += QRegularExpression::escape(pattern.mid(done, slots.last().capturedStart() - done))
             + QStringLiteral("(.+?)");
     }
-    const auto found
-        = QRegularExpression(u'^' + regex + QRegularExpression::escape(pattern.mid(done)) + u'$').match(text);
+    const auto found = QRegularExpression(
+        QRegularExpression::anchoredPattern(regex + QRegularExpression::escape(pattern.mid(done))))
+                           .match(text);
     for (qsizetype i = 0; found.hasMatch() && i < slots.size(); ++i) {
         const bool iso = slots[i].captured(1) == u"iso";
         const QString value = found.captured(int(i) + 1);
