@@ -32,7 +32,6 @@ cp ca.pem trust/ca-certificates.crt
 ln -s ca-certificates.crt "trust/$(openssl x509 -hash -noout -in ca.pem).0"
 mount --bind hosts /etc/hosts
 mount --bind trust /etc/ssl/certs
-export LIMITRA_PEER_CERT=$d/peer.pem LIMITRA_PEER_KEY=$d/peer.key
-export LIMITRA_ROGUE_CERT=$d/rogue.pem LIMITRA_ROGUE_KEY=$d/rogue.key
+export LIMITRA_PEER_CERT=$d/peer.pem LIMITRA_PEER_KEY=$d/peer.key LIMITRA_ROGUE_CERT=$d/rogue.pem LIMITRA_ROGUE_KEY=$d/rogue.key
 cd "$OLDPWD"
 "$@"

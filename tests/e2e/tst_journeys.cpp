@@ -1,6 +1,5 @@
-// The unmodified binary, run as a user without a desktop session against a TLS peer for every
-// production host (see sandbox.sh): each journey of journeys.txt gives the files before, the
-// peer's answers, the arguments, and the lines, requests and files that must come out.
+// The unmodified binary as a user without a desktop session runs it, against a TLS peer for every
+// production host (sandbox.sh): each journey of journeys.txt is a row (see its header).
 #include "support/FakePeer.h"
 
 #include <QDateTime>
@@ -16,11 +15,6 @@
 using limitra::test::PeerAnswer;
 
 namespace {
-double now()
-{
-    return static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000.0;
-}
-
 const QRegularExpression kMoment(QStringLiteral(R"(\{(iso|ms|sec)([:~])(-?\d+)\})"));
 
 // {iso:N}, {ms:N} and {sec:N} become the moment N seconds after `at`.
@@ -71,6 +65,27 @@ bool matches(const QString& pattern, const QString& text, double from, double to
             return false;
     }
     return found.hasMatch();
+}
+
+// Full-width bands of one colour, at least 48 px tall, told apart from the background at both
+// edges of the content: C for a card, B for the blue update banner, top to bottom.
+QString bands(const QImage& image)
+{
+    QString found;
+    const QRgb background = image.pixel(0, 0);
+    for (int y = 0, length = 0; y <= image.height(); ++y) {
+        const QRgb colour = y > 0 ? image.pixel(40, y - 1) : background;
+        const QRgb left = y < image.height() ? image.pixel(40, y) : background;
+        const bool inside = left != background && left == image.pixel(image.width() - 41, y);
+        if (inside && (length == 0 || left == colour)) {
+            ++length;
+            continue;
+        }
+        if (length >= 48)
+            found += qBlue(colour) - qRed(colour) > 80 ? u'B' : u'C';
+        length = inside ? 1 : 0;
+    }
+    return found.isEmpty() ? QStringLiteral("none") : found;
 }
 
 QByteArray read(const QString& path)
@@ -139,7 +154,7 @@ void TestJourneys::journey()
         qEnvironmentVariable(qPrintable(key + QStringLiteral("KEY"))), 443);
     QVERIFY2(peer.isListening(), "no TLS peer on 127.0.0.1:443: run the test through sandbox.sh");
 
-    const double start = now();
+    const double start = QDateTime::currentMSecsSinceEpoch() / 1000.0;
     QMap<QString, QString> expected, before; // file -> its content now: as before unless given after
     for (const QString& f : all(QStringLiteral("file"))) {
         QFile file(home.filePath(f.section(u' ', 0, 0)));
@@ -178,7 +193,7 @@ void TestJourneys::journey()
     process.start(qEnvironmentVariable("LIMITRA_BINARY"), first(QStringLiteral("run")));
     const bool ended
         = process.waitForFinished(first(QStringLiteral("limit")).value(0, QStringLiteral("30000")).toInt());
-    const double end = now();
+    const double end = QDateTime::currentMSecsSinceEpoch() / 1000.0;
     process.kill();
     process.waitForFinished();
     const QByteArray out = process.readAllStandardOutput();
@@ -243,9 +258,10 @@ void TestJourneys::journey()
         const QString path = home.filePath(it.key());
         const QByteArray bytes = read(path);
         QImage image;
-        if (it.value() == u"png") {
+        if (it.value().startsWith(QStringLiteral("png"))) {
             QVERIFY(bytes.startsWith("\x89PNG\r\n\x1a\n") && image.loadFromData(bytes, "PNG"));
             QCOMPARE(image.width(), 720);
+            QVERIFY(it.value() == u"png" || bands(image) == it.value().mid(4));
         } else if (!it.key().endsWith(u'/')) {
             QVERIFY2(
                 matches(QString::fromUtf8(timed(it.value(), start)), QString::fromUtf8(bytes), start, end),
