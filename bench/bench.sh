@@ -22,14 +22,16 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DLIMITRA_BUILD_BENCH=ON >/dev/null
-cmake --build "$build" --target limitra limitra_e2e_sandbox limitra_bench_floor -j2 >/dev/null
+cmake --build "$build" --target limitra limitra_bench_sandbox limitra_bench_floor -j2 >/dev/null
 
-sandbox=$build/tests/e2e/limitra_e2e_sandbox
+sandbox() {
+    "$root/tests/e2e/sandbox.sh" "$build/bench/limitra_bench_sandbox" "$@"
+}
 limitra=$build/src/limitra
 floor=$build/bench/limitra_bench_floor
 
 # Measure only a check that reaches both services and gets their rows.
-report=$("$sandbox" -- "$limitra" --check)
+report=$(sandbox -- "$limitra" --check)
 if grep -q 'ERROR' <<<"$report" || [ "$(grep -c '^== ' <<<"$report")" -ne 2 ]; then
     echo "bench: the check does not succeed in the sandbox:" >&2
     echo "$report" >&2
@@ -38,7 +40,7 @@ fi
 
 # The snapshot draws off screen by itself: no display and no platform variable.
 # Measure only one that prints its single line and nothing on stderr.
-shot=$("$sandbox" -- "$limitra" --snapshot '{home}/snapshot.png' 2>&1)
+shot=$(sandbox -- "$limitra" --snapshot '{home}/snapshot.png' 2>&1)
 if [ "$(grep -c '' <<<"$shot")" -ne 1 ] || ! grep -q '^Snapshot: .*/snapshot\.png$' <<<"$shot"; then
     echo "bench: the snapshot does not succeed in the sandbox:" >&2
     echo "$shot" >&2
@@ -51,14 +53,14 @@ line() {
 
 echo "limitra bench: $runs runs per line, $(nproc) CPU(s), $(uname -r)"
 # A new user's check: no sessions, so no request and no TLS set-up.
-line "limitra --check, no sessions" "$("$sandbox" --runs "$runs" --env 'HOME={home}/new-user' -- "$limitra" --check)"
-line "floor: QtCore program printing a line" "$("$sandbox" --runs "$runs" --env 'HOME={home}/new-user' -- "$floor")"
-line "limitra --check" "$("$sandbox" --runs "$runs" -- "$limitra" --check)"
-line "floor: 2 concurrent curl requests" "$("$sandbox" --runs "$runs" -- curl --silent --fail \
+line "limitra --check, no sessions" "$(sandbox --runs "$runs" --env 'HOME={home}/new-user' -- "$limitra" --check)"
+line "floor: QtCore program printing a line" "$(sandbox --runs "$runs" --env 'HOME={home}/new-user' -- "$floor")"
+line "limitra --check" "$(sandbox --runs "$runs" -- "$limitra" --check)"
+line "floor: 2 concurrent curl requests" "$(sandbox --runs "$runs" -- curl --silent --fail \
     --parallel --parallel-immediate --output /dev/null --output /dev/null \
     https://api.anthropic.com/api/oauth/usage https://chatgpt.com/backend-api/wham/usage)"
-line "limitra --snapshot" "$("$sandbox" --runs "$runs" -- "$limitra" --snapshot '{home}/snapshot.png')"
+line "limitra --snapshot" "$(sandbox --runs "$runs" -- "$limitra" --snapshot '{home}/snapshot.png')"
 
 # The tray application: memory after start and after 1,000 refreshes asked
 # through its menu, and CPU over a minute of idling.
-"$sandbox" -- "$root/bench/tray.sh" "$limitra" 1000 60
+sandbox -- "$root/bench/tray.sh" "$limitra" 1000 60

@@ -39,21 +39,20 @@ tree=$work/tree
 build=$tree/build/dev
 log=$work/logs
 export CCACHE_BASEDIR=${CCACHE_BASEDIR:-/work} CCACHE_DIR=${CCACHE_DIR:-/work/.ccache}
-e2e="tst_checkjourneys|tst_checkwriteback|tst_checkfreshuser|tst_snapshotjourneys"
 
 # The tests that can see a fault in each folder: the folder's own unit tests
 # (model, platform, store and update share tst_core),
 # the units built on it, and the end-to-end journeys that show its result.
 tests_for() {
     case $1 in
-        model) echo "tst_core|tst_panel|tst_entry|tst_checkjourneys|tst_snapshotjourneys" ;;
-        platform) echo "tst_core|tst_keychainoffline|tst_claude|tst_codex|tst_entry|$e2e" ;;
-        services/claude) echo "tst_claude|tst_keychainoffline|tst_entry|tst_checkjourneys|tst_checkwriteback|tst_checkfreshuser" ;;
-        services/codex) echo "tst_codex|tst_entry|tst_checkjourneys|tst_checkwriteback|tst_checkfreshuser" ;;
-        update) echo "tst_core|tst_panel|tst_entry|tst_checkjourneys|tst_snapshotjourneys" ;;
-        store) echo "tst_core|tst_panel|tst_entry|$e2e" ;;
-        ui) echo "tst_panel|tst_windows|tst_tray|tray_host|tst_entry|tst_snapshotjourneys" ;;
-        app) echo "tst_entry|tst_tray|tray_host|$e2e" ;;
+        model) echo "tst_core|tst_panel|tst_entry|tst_journeys" ;;
+        platform) echo "tst_core|tst_keychainoffline|tst_claude|tst_codex|tst_entry|tst_journeys" ;;
+        services/claude) echo "tst_claude|tst_keychainoffline|tst_entry|tst_journeys" ;;
+        services/codex) echo "tst_codex|tst_entry|tst_journeys" ;;
+        update) echo "tst_core|tst_panel|tst_entry|tst_journeys" ;;
+        store) echo "tst_core|tst_panel|tst_entry|tst_journeys" ;;
+        ui) echo "tst_panel|tst_windows|tst_tray|tray_host|tst_entry|tst_journeys" ;;
+        app) echo "tst_entry|tst_tray|tray_host|tst_journeys" ;;
         *) echo "" ;;
     esac
 }
@@ -160,7 +159,7 @@ targets_for() { # the test executables of a filter, plus the binary and GUI modu
         # they run the program and its module, which are then rebuilt instead.
         if [[ " $buildable " == *" $t "* ]]; then out+=("$t"); else out+=(limitra limitra_gui); fi
     done
-    [[ " ${out[*]} " == *" tst_check"* || " ${out[*]} " == *" tst_snap"* ]] && out+=(limitra limitra_gui)
+    [[ " ${out[*]} " == *" tst_journeys "* ]] && out+=(limitra limitra_gui)
     printf '%s\n' "${out[@]}" | sort -u | paste -sd' '
 }
 run_tests() { # run_tests FILTER LOGFILE -> 0 pass, 1 fail, 124 time limit

@@ -6,6 +6,7 @@
 #include <QString>
 #include <QUrl>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 
@@ -21,19 +22,23 @@ struct PeerAnswer
     };
 
     int status = 200;
-    QByteArray body;
-    QList<QPair<QByteArray, QByteArray>> headers;
+    QByteArray body {};
+    QList<QPair<QByteArray, QByteArray>> headers {};
     std::chrono::milliseconds delay { 0 };
     Kind kind = Kind::Respond;
 
-    static PeerAnswer json(int status, const QByteArray& body);
-    static PeerAnswer drop();
-    static PeerAnswer hang();
+    static PeerAnswer json(int status, const QByteArray& body)
+    {
+        return { .status = status, .body = body, .headers = { { "Content-Type", "application/json" } } };
+    }
+    static PeerAnswer drop() { return { .kind = Kind::Drop }; }
+    static PeerAnswer hang() { return { .kind = Kind::Hang }; }
 };
 
 struct RecordedRequest
 {
     QByteArray method;
+    QByteArray host; // the Host header without its port
     QByteArray path; // without the query
     QByteArray query;
     QList<QPair<QByteArray, QByteArray>> headers; // names in lower case, sorted by name
@@ -41,28 +46,34 @@ struct RecordedRequest
     std::chrono::steady_clock::time_point arrivedAt;
     std::chrono::steady_clock::time_point answeredAt; // when the answer left (Respond only)
 
-    bool hasHeader(const QByteArray& lowerName) const;
+    bool hasHeader(const QByteArray& lowerName) const
+    {
+        return std::any_of(
+            headers.begin(), headers.end(), [&](const auto& h) { return h.first == lowerName; });
+    }
     QByteArray header(const QByteArray& lowerName) const;
 };
 
-// A real HTTP server on 127.0.0.1 on a free port, answering from a script per
-// method and path and recording every request it receives. Unscripted paths
-// answer 404. Stopping it (the destructor) releases hanging requests at once.
+// A real HTTP server on 127.0.0.1, HTTPS given a certificate and key, on a free
+// port unless given one, answering from a script per method and path (404 when
+// unscripted) and recording every request. Stopping it (the destructor)
+// releases held and hanging requests at once.
 class FakePeer
 {
 public:
-    FakePeer();
+    explicit FakePeer(const QString& certificateFile = {}, const QString& keyFile = {}, int port = 0);
     ~FakePeer();
     FakePeer(const FakePeer&) = delete;
     FakePeer& operator=(const FakePeer&) = delete;
 
+    bool isListening() const;
     QUrl baseUrl() const; // http://127.0.0.1:PORT
 
-    // The same answer to every matching request.
+    // The same answer to every matching request. A host before the method
+    // ("chatgpt.com GET") matches only requests whose Host header names it.
     void on(const QByteArray& method, const QByteArray& path, const PeerAnswer& answer);
     // Answers used in order; the last one repeats.
     void onSequence(const QByteArray& method, const QByteArray& path, const QList<PeerAnswer>& answers);
-
     // Forgets every script and recorded request.
     void clear();
 

@@ -1,24 +1,26 @@
-// limitra_e2e_sandbox: runs a command in the end-to-end sandbox, where both
-// services answer over TLS from 127.0.0.1 and HOME holds fresh sessions.
+// limitra_bench_sandbox: run inside tests/e2e/sandbox.sh, runs a command
+// while both services answer over TLS from 127.0.0.1 and HOME holds fresh
+// sessions.
 //
-//   limitra_e2e_sandbox [--delay-ms D] [--env NAME=VALUE]... -- COMMAND [ARG...]
+//   sandbox.sh limitra_bench_sandbox [--delay-ms D] [--env NAME=VALUE]... -- COMMAND [ARG...]
 //       runs COMMAND once with the terminal's output and gives its status;
-//   limitra_e2e_sandbox --runs N [--delay-ms D] -- COMMAND [ARG...]
+//   sandbox.sh limitra_bench_sandbox --runs N [--delay-ms D] -- COMMAND [ARG...]
 //       runs it once to warm up, then N times with its output discarded, and
 //       prints the wall time (mean, median, 95th percentile) and the peak
 //       resident memory of the runs.
 //
 // The command sees the environment of a user without a desktop session
-// (LimitraRun::sessionless) with each --env set over it. "{home}" in an argument or --env value stands
+// (HOME, PATH and LANG only) with each --env set over it. "{home}" in an argument or --env value stands
 // for the sandbox's home folder.
 
-#include "LimitraRun.h"
-#include "Sandbox.h"
-#include "ServiceFixtures.h"
-#include "TlsPeer.h"
+#include "support/FakePeer.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcessEnvironment>
 
 #include <algorithm>
 #include <chrono>
@@ -32,8 +34,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
-
-using namespace limitra::e2e;
 
 namespace {
 
@@ -88,7 +88,7 @@ struct Command
 int usage()
 {
     std::fprintf(stderr,
-        "usage: limitra_e2e_sandbox [--runs N] [--delay-ms D] [--env NAME=VALUE]... "
+        "usage: sandbox.sh limitra_bench_sandbox [--runs N] [--delay-ms D] [--env NAME=VALUE]... "
         "-- COMMAND [ARG...]\n");
     return 2;
 }
@@ -121,14 +121,25 @@ int measure(const Command& command, int runs)
     return 0;
 }
 
+bool writeOwnerOnly(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    return QDir().mkpath(QFileInfo(path).path()) && file.open(QIODevice::WriteOnly)
+        && file.setPermissions(QFile::ReadOwner | QFile::WriteOwner) && file.write(bytes) == bytes.size();
+}
+
+QByteArray iso(double moment)
+{
+    return QDateTime::fromMSecsSinceEpoch(qint64(moment * 1000), Qt::UTC)
+        .toString(Qt::ISODateWithMs)
+        .toUtf8();
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    if (const std::optional<int> status = Sandbox::enter(argc, argv))
-        return *status;
-
     int runs = 0;
     int delayMs = 0;
     QStringList extraEnvironment;
@@ -149,37 +160,42 @@ int main(int argc, char** argv)
     if (first + 1 >= argc || runs < 0 || delayMs < 0)
         return usage();
 
-    Sandbox sandbox;
-    QString error;
-    if (!sandbox.prepare(&error)) {
-        std::fprintf(stderr, "cannot prepare the sandbox: %s\n", qPrintable(error));
-        return 1;
-    }
-    TlsPeer peer(sandbox.certificates().certificateFile, sandbox.certificates().keyFile);
+    limitra::test::FakePeer peer(
+        qEnvironmentVariable("LIMITRA_PEER_CERT"), qEnvironmentVariable("LIMITRA_PEER_KEY"), 443);
     if (!peer.isListening()) {
-        std::fprintf(stderr, "the TLS peer cannot listen on 127.0.0.1:443\n");
+        std::fprintf(stderr, "no TLS peer on 127.0.0.1:443: run this inside tests/e2e/sandbox.sh\n");
         return 1;
     }
-    const QString home = sandbox.scratchPath(QStringLiteral("home"));
+    const QString home = QStringLiteral("/tmp/bench-home");
     const double now = static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000.0;
-    if (!ServiceFixtures::writeFreshSessions(home, now)) {
+    if (!writeOwnerOnly(home + QStringLiteral("/.claude/.credentials.json"),
+            R"({"claudeAiOauth":{"accessToken":"at","refreshToken":"rt","expiresAt":)"
+                + QByteArray::number(qint64((now + 28800) * 1000)) + R"(,"subscriptionType":"max"}})")
+        || !writeOwnerOnly(home + QStringLiteral("/.codex/auth.json"),
+            R"({"tokens":{"access_token":"at","refresh_token":"rt","account_id":"acc"}})")) {
         std::fprintf(stderr, "cannot write the sessions into %s\n", qPrintable(home));
         return 1;
     }
-    for (const QByteArray& host : { ServiceFixtures::kClaudeHost, ServiceFixtures::kCodexHost }) {
-        const bool claude = host == ServiceFixtures::kClaudeHost;
-        auto answer = limitra::test::PeerAnswer::json(
-            200, claude ? ServiceFixtures::claudeUsageAnswer(now) : ServiceFixtures::codexUsageAnswer(now));
-        answer.delay = std::chrono::milliseconds(delayMs);
-        peer.on(host, "GET", claude ? ServiceFixtures::kClaudeUsagePath : ServiceFixtures::kCodexUsagePath,
-            answer);
-    }
+    auto claude = limitra::test::PeerAnswer::json(200,
+        R"({"limits":[{"kind":"session","percent":12.5,"resets_at":")" + iso(now + 14850)
+            + R"("},{"kind":"weekly_all","percent":40,"resets_at":")" + iso(now + 192600)
+            + R"("}],"spend":{"enabled":true,"used":{"amount_minor":1234},"limit":{"amount_minor":5000}}})");
+    auto codex = limitra::test::PeerAnswer::json(200,
+        R"({"plan_type":"pro","rate_limit":{"primary_window":{"used_percent":7,"limit_window_seconds":18000,)"
+        R"("reset_after_seconds":11430},"secondary_window":{"used_percent":30,"limit_window_seconds":604800,)"
+        R"("reset_after_seconds":600000}}})");
+    claude.delay = codex.delay = std::chrono::milliseconds(delayMs);
+    peer.on("api.anthropic.com GET", "/api/oauth/usage", claude);
+    peer.on("chatgpt.com GET", "/backend-api/wham/usage", codex);
 
     Command command;
     for (int i = first + 1; i < argc; ++i)
         command.arguments.push_back(
             QString::fromLocal8Bit(argv[i]).replace(QStringLiteral("{home}"), home).toStdString());
-    QProcessEnvironment environment = LimitraRun::sessionless(home);
+    QProcessEnvironment environment;
+    environment.insert(QStringLiteral("HOME"), home);
+    environment.insert(QStringLiteral("PATH"), QStringLiteral("/usr/local/bin:/usr/bin:/bin"));
+    environment.insert(QStringLiteral("LANG"), QStringLiteral("C.UTF-8"));
     for (const QString& entry : extraEnvironment) {
         const qsizetype equals = entry.indexOf(u'=');
         environment.insert(entry.left(equals), entry.mid(equals + 1).replace(QStringLiteral("{home}"), home));

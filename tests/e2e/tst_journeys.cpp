@@ -1,0 +1,279 @@
+// The unmodified binary as a user without a desktop session runs it, against a TLS peer for every
+// production host (sandbox.sh): each journey of journeys.txt is a row (see its header).
+#include "support/FakePeer.h"
+
+#include <QDateTime>
+#include <QDirIterator>
+#include <QImage>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <filesystem>
+
+using limitra::test::PeerAnswer;
+
+namespace {
+const QRegularExpression kMoment(QStringLiteral(R"(\{(iso|ms|sec)([:~])(-?\d+)\})"));
+
+// {iso:N}, {ms:N} and {sec:N} become the moment N seconds after `at`.
+QByteArray timed(const QString& text, double at)
+{
+    QString result;
+    qsizetype done = 0;
+    for (auto it = kMoment.globalMatch(text); it.hasNext();) {
+        const auto m = it.next();
+        const double moment = at + m.captured(3).toDouble();
+        result += text.mid(done, m.capturedStart() - done);
+        if (m.captured(2) == u"~")
+            result += m.captured();
+        else if (m.captured(1) == u"iso")
+            result
+                += QDateTime::fromMSecsSinceEpoch(qint64(moment * 1000), Qt::UTC).toString(Qt::ISODateWithMs);
+        else
+            result += m.captured(1) == u"ms" ? QString::number(qint64(moment * 1000))
+                                             : QString::number(moment, 'f', 3);
+        done = m.capturedEnd();
+    }
+    return (result + text.mid(done)).toUtf8();
+}
+
+// Whether `text` is the template with each {iso~N}, {ms~N} and {sec~N} a moment N
+// seconds after some instant between `from` and `to`.
+bool matches(const QString& pattern, const QString& text, double from, double to)
+{
+    QString regex;
+    QList<QRegularExpressionMatch> slots;
+    qsizetype done = 0;
+    for (auto it = kMoment.globalMatch(pattern); it.hasNext(); done = slots.last().capturedEnd()) {
+        slots.append(it.next());
+        regex += QRegularExpression::escape(pattern.mid(done, slots.last().capturedStart() - done))
+            + QStringLiteral("(.+?)");
+    }
+    const auto found = QRegularExpression(
+        QRegularExpression::anchoredPattern(regex + QRegularExpression::escape(pattern.mid(done))))
+                           .match(text);
+    for (qsizetype i = 0; found.hasMatch() && i < slots.size(); ++i) {
+        const bool iso = slots[i].captured(1) == u"iso";
+        const QString value = found.captured(int(i) + 1);
+        const double at = iso
+            ? double(QDateTime::fromString(value, Qt::ISODateWithMs).toMSecsSinceEpoch()) / 1000
+            : value.toDouble() / (slots[i].captured(1) == u"ms" ? 1000 : 1);
+        const double offset = slots[i].captured(3).toDouble();
+        if (!(at >= from + offset - 1 && at <= to + offset + 1) || (iso && !value.endsWith(u'Z')))
+            return false;
+    }
+    return found.hasMatch();
+}
+
+// Full-width bands of one colour, at least 48 px tall, told apart from the background at both
+// edges of the content: C for a card, B for the blue update banner, top to bottom.
+QString bands(const QImage& image)
+{
+    QString found;
+    const QRgb background = image.pixel(0, 0);
+    for (int y = 0, length = 0; y <= image.height(); ++y) {
+        const QRgb colour = y > 0 ? image.pixel(40, y - 1) : background;
+        const QRgb left = y < image.height() ? image.pixel(40, y) : background;
+        const bool inside = left != background && left == image.pixel(image.width() - 41, y);
+        if (inside && (length == 0 || left == colour)) {
+            ++length;
+            continue;
+        }
+        if (length >= 48)
+            found += qBlue(colour) - qRed(colour) > 80 ? u'B' : u'C';
+        length = inside ? 1 : 0;
+    }
+    return found.isEmpty() ? QStringLiteral("none") : found;
+}
+
+QByteArray read(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(missing)");
+}
+} // namespace
+
+class TestJourneys : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void journey_data();
+    void journey();
+};
+
+// Each row holds the lines of one journey, "$NAME" lines already replaced.
+void TestJourneys::journey_data()
+{
+    QTest::addColumn<QStringList>("lines");
+    QFile table(QStringLiteral(JOURNEYS));
+    QVERIFY(table.open(QIODevice::ReadOnly | QIODevice::Text));
+    QStringList lines = QString::fromUtf8(table.readAll()).split(u'\n');
+    QMap<QString, QStringList> blocks;
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+        if (lines[i].startsWith(QStringLiteral("def "))) {
+            const qsizetype end = lines.indexOf(QStringLiteral("end"), i);
+            blocks[lines[i].mid(4)] = lines.mid(i + 1, end - i - 1);
+            lines.remove(i, end - i + 1);
+            --i;
+        } else if (lines[i].startsWith(u'$')) {
+            QVERIFY2(blocks.contains(lines[i].mid(1)), qPrintable(lines[i]));
+            lines = lines.mid(0, i) + blocks[lines[i].mid(1)] + lines.mid(i + 1);
+            --i;
+        }
+    }
+    for (qsizetype i = lines.indexOf(QRegularExpression(QStringLiteral("journey .*"))); i >= 0;) {
+        const qsizetype next = lines.indexOf(QRegularExpression(QStringLiteral("journey .*")), i + 1);
+        QTest::newRow(qPrintable(lines[i].mid(8))) << lines.mid(i + 1, next < 0 ? -1 : next - i - 1);
+        i = next;
+    }
+}
+
+void TestJourneys::journey()
+{
+    QFETCH(QStringList, lines);
+    QTemporaryDir home;
+    QVERIFY(home.isValid());
+    // The rest of every line that starts with `word`, "{home}" replaced and "\n" unescaped.
+    const auto all = [&](const QString& word) {
+        QStringList texts;
+        for (const QString& line : std::as_const(lines))
+            if (line.section(u' ', 0, 0) == word)
+                texts.append(line.section(u' ', 1)
+                                 .replace(QStringLiteral("{home}"), home.path())
+                                 .replace(QStringLiteral("\\n"), QStringLiteral("\n")));
+        return texts;
+    };
+    const auto first
+        = [&](const QString& word) { return all(word).value(0).split(u' ', Qt::SkipEmptyParts); };
+    const QString key
+        = QString::fromLatin1(all(QStringLiteral("rogue")).isEmpty() ? "LIMITRA_PEER_" : "LIMITRA_ROGUE_");
+    limitra::test::FakePeer peer(qEnvironmentVariable(qPrintable(key + QStringLiteral("CERT"))),
+        qEnvironmentVariable(qPrintable(key + QStringLiteral("KEY"))), 443);
+    QVERIFY2(peer.isListening(), "no TLS peer on 127.0.0.1:443: run the test through sandbox.sh");
+
+    const double start = QDateTime::currentMSecsSinceEpoch() / 1000.0;
+    QMap<QString, QString> expected, before; // file -> its content now: as before unless given after
+    for (const QString& f : all(QStringLiteral("file"))) {
+        QFile file(home.filePath(f.section(u' ', 0, 0)));
+        QVERIFY(QDir().mkpath(QFileInfo(file).path()));
+        QVERIFY(f.endsWith(u'/')
+            || (file.open(QIODevice::WriteOnly) && file.write(timed(f.section(u' ', 1), start)) >= 0
+                && file.setPermissions(QFile::ReadOwner | QFile::WriteOwner)));
+        expected[f.section(u' ', 0, 0)] = before[f.section(u' ', 0, 0)] = f.section(u' ', 1);
+    }
+    QMap<QString, QList<PeerAnswer>> scripts;
+    for (const QString& s : all(QStringLiteral("serve"))) {
+        const QStringList w = s.split(u' ');
+        PeerAnswer& answer = scripts[s.section(u' ', 0, 2)].emplace_back(w[3] == u"drop"
+                ? PeerAnswer::drop()
+                : PeerAnswer::json(w[3].toInt(), timed(s.section(u' ', 4), start)));
+        answer.delay = std::chrono::milliseconds(first(QStringLiteral("delay")).value(0).toInt());
+        peer.onSequence(s.section(u' ', 0, 1).toUtf8(), w[2].toUtf8(), scripts[s.section(u' ', 0, 2)]);
+    }
+
+    QProcessEnvironment environment;
+    QStringList variables = all(QStringLiteral("env"))
+        + QStringList { QStringLiteral("HOME=") + home.path(), QStringLiteral("LANG=C.UTF-8"),
+              QStringLiteral("PATH=/usr/local/bin:/usr/bin:/bin") };
+    const QStringList maps = first(QStringLiteral("maps"));
+    if (!maps.isEmpty()) // the dynamic loader lists every object it opens
+        variables << QStringLiteral("LD_DEBUG=files")
+                  << QStringLiteral("LD_DEBUG_OUTPUT=") + home.filePath(QStringLiteral("ld"));
+    for (const QString& e : std::as_const(variables))
+        environment.insert(e.section(u'=', 0, 0), e.section(u'=', 1));
+    for (const char* name : { "ASAN_OPTIONS", "UBSAN_OPTIONS" })
+        if (qEnvironmentVariableIsSet(name))
+            environment.insert(QString::fromLatin1(name), qEnvironmentVariable(name));
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.setWorkingDirectory(home.path());
+    process.start(qEnvironmentVariable("LIMITRA_BINARY"), first(QStringLiteral("run")));
+    const bool ended
+        = process.waitForFinished(first(QStringLiteral("limit")).value(0, QStringLiteral("30000")).toInt());
+    const double end = QDateTime::currentMSecsSinceEpoch() / 1000.0;
+    process.kill();
+    process.waitForFinished();
+    const QByteArray out = process.readAllStandardOutput();
+    QVERIFY2(ended && process.exitStatus() == QProcess::NormalExit, "did not end in time");
+    QCOMPARE(process.exitCode(), 0);
+    QCOMPARE(process.readAllStandardError(), QByteArray());
+    QVERIFY2(!out.contains("SECRET-"), out.constData());
+    QVERIFY(out.isEmpty() || out.endsWith('\n'));
+    QStringList printed = QString::fromUtf8(out).split(u'\n');
+    printed.removeLast();
+    QCOMPARE(printed, all(QStringLiteral("out")));
+
+    QStringList sent, wanted = all(QStringLiteral("sent"));
+    for (const auto& r : peer.requests()) {
+        const QByteArray authorization = r.hasHeader("authorization") ? ' ' + r.header("authorization") : "";
+        sent.append(QString::fromUtf8(
+            r.method + ' ' + r.host + ' ' + r.path + authorization + (r.body.isEmpty() ? "" : ' ' + r.body)));
+    }
+    for (const QString& e : wanted.filter(QRegularExpression(QStringLiteral(" \\+$")))) {
+        QVERIFY2(sent.removeAll(e.chopped(2)) > 0, qPrintable(e)); // "+": asked at least once
+        wanted.removeAll(e);
+    }
+    sent.sort();
+    wanted.sort();
+    QCOMPARE(sent, wanted);
+    if (!all(QStringLiteral("overlap")).isEmpty()) { // the second request came while the first was held
+        const auto r = peer.requests();
+        QVERIFY(r.size() == 2
+            && std::max(r[0].arrivedAt, r[1].arrivedAt) < std::min(r[0].answeredAt, r[1].answeredAt));
+    }
+
+    if (!maps.isEmpty()) {
+        QByteArray loaded;
+        for (const QString& name : QDir(home.path()).entryList({ QStringLiteral("ld.*") })) {
+            loaded += read(home.filePath(name));
+            QVERIFY(QFile::remove(home.filePath(name)));
+        }
+        for (const QString& library : maps + first(QStringLiteral("unmapped")))
+            QVERIFY2(loaded.contains(library.toUtf8()) == maps.contains(library), qPrintable(library));
+    }
+
+    // Nothing but the files before and after is left, not even a folder.
+    for (const QString& f : all(QStringLiteral("after")))
+        expected[f.section(u' ', 0, 0)] = f.section(u' ', 1);
+    QStringList entries;
+    for (const QString& path : expected.keys())
+        for (qsizetype i = 0; i < path.size(); ++i)
+            if (path[i] == u'/' || i == path.size() - 1)
+                entries.append(path.left(i + 1));
+    entries.removeDuplicates();
+    entries.sort();
+    QStringList found;
+    QDirIterator it(
+        home.path(), QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = QDir(home.path()).relativeFilePath(it.next());
+        found.append(it.fileInfo().isDir() ? path + u'/' : path);
+    }
+    found.sort();
+    QCOMPARE(found.join(u' '), entries.join(u' '));
+    for (auto it = expected.cbegin(); it != expected.cend(); ++it) {
+        const QString path = home.filePath(it.key());
+        const QByteArray bytes = read(path);
+        QImage image;
+        if (it.value().startsWith(QStringLiteral("png"))) {
+            QVERIFY(bytes.startsWith("\x89PNG\r\n\x1a\n") && image.loadFromData(bytes, "PNG"));
+            QCOMPARE(image.width(), 720);
+            QVERIFY(it.value() == u"png" || bands(image) == it.value().mid(4));
+        } else if (!it.key().endsWith(u'/')) {
+            QVERIFY2(
+                matches(QString::fromUtf8(timed(it.value(), start)), QString::fromUtf8(bytes), start, end),
+                bytes.constData());
+            // A rewrite keeps a private file private.
+            using std::filesystem::perms;
+            if (before.contains(it.key()))
+                QCOMPARE(std::filesystem::status(path.toStdString()).permissions() & perms::all,
+                    perms::owner_read | perms::owner_write);
+        }
+    }
+}
+
+QTEST_GUILESS_MAIN(TestJourneys)
+#include "tst_journeys.moc"
