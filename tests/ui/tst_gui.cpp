@@ -1,5 +1,4 @@
-// The panel, the settings and welcome windows and the tray item with their real
-// QML on the offscreen platform, on a private session bus with a real keyring.
+// The whole application's GUI with its real QML, offscreen, on a private bus and keyring.
 #include "app/LimitraApp.h"
 #include "platform/LibsecretStore.h"
 #include "platform/LoginItem.h"
@@ -15,16 +14,14 @@
 #include "update/UpdateChecker.h"
 
 #include <QApplication>
-#include <QDBusConnectionInterface>
-#include <QDBusMetaType>
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QDesktopServices>
 #include <QProcess>
-#include <QQmlComponent>
 #include <QQuickItem>
 #include <QSignalSpy>
 #include <QTest>
 
-#include <csignal>
 #include <list>
 
 using namespace limitra;
@@ -35,11 +32,10 @@ constexpr double kNow = 1'700'000'000;
 const QString kItem = QStringLiteral("org.kde.StatusNotifierItem");
 const QString kDownload = QStringLiteral("https://limitra.app/descargar?os=linux");
 
-// A case table as text: a line of column names, then a row per line, cells split
-// by '|', the first naming the row. Every cell is a string, read with cell().
+// A table as text: column names, then one row per line, the first cell naming the row.
 void table(const char* text)
 {
-    static std::list<QByteArray> names; // QTest keeps pointers to the column names
+    static std::list<QByteArray> names; // QTest keeps pointers to them
     const QStringList lines = QString::fromUtf8(text).trimmed().split(u'\n');
     for (const QString& column : lines[0].split(u'|').mid(1))
         QTest::addColumn<QString>(names.emplace_back(column.trimmed().toLatin1()).constData());
@@ -50,8 +46,10 @@ void table(const char* text)
             data << c.trimmed();
     }
 }
-QString cell(const char* column) { return *static_cast<QString*>(QTest::qData(column, QMetaType::QString)); }
-
+QString cell(const char* column)
+{
+    return *static_cast<QString*>(QTest::qData(column, QMetaType::QString));
+}
 QList<QQuickItem*> named(QQuickItem* root, const QString& name, bool visibleOnly = false)
 {
     QList<QQuickItem*> found;
@@ -66,125 +64,84 @@ QList<QQuickItem*> named(QQuickItem* root, const QString& name, bool visibleOnly
 }
 QQuickItem* find(QQuickItem* root, const QString& name)
 {
-    const QList<QQuickItem*> all = named(root, name);
-    if (all.isEmpty())
-        qFatal("No item named %s", qPrintable(name));
-    return all.first();
+    QQuickItem* item = named(root, name).value(0);
+    return item ? item : (qFatal("No item named %s", qPrintable(name)), nullptr);
 }
-QString textOf(const QQuickItem* item) { return item->property("text").toString(); }
-QString shownText(const QQuickItem* item) { return item->isVisible() ? textOf(item) : QString(); }
-QRectF sceneRect(const QQuickItem* item) { return item->mapRectToScene(item->boundingRect()); }
+QString textOf(const QQuickItem* item, bool shownOnly = false)
+{
+    return shownOnly && !item->isVisible() ? QString() : item->property("text").toString();
+}
 void click(QQuickItem* item)
 {
     item->window()->grabWindow(); // polishes, so positions are final
-    QTest::mouseClick(item->window(), Qt::LeftButton, {}, sceneRect(item).center().toPoint());
+    QTest::mouseClick(
+        item->window(), Qt::LeftButton, {}, item->mapToScene(item->boundingRect().center()).toPoint());
 }
-// A drawn colour as a user names it: plain (grey to black or white), or by its hue.
+// A drawn colour as a user names it.
 QString colourName(const QQuickItem* item)
 {
     const QColor c = item->property("color").value<QColor>();
     const int hue = c.hsvSaturationF() > 0.4 ? c.hsvHue() : -1;
-    return hue < 0 ? "plain" : hue <= 10 || hue >= 350 ? "red" : hue <= 45 ? "orange" : hue <= 160 ? "green" : "blue";
+    return hue < 0                ? "plain"
+        : hue <= 10 || hue >= 350 ? "red"
+        : hue <= 45               ? "orange"
+        : hue <= 160              ? "green"
+                                  : "blue";
 }
-// The row's theme ("dark" or light), set before any window of the test is made.
+// The row's theme, before any window is made.
 void useTheme()
 {
-    QPalette dark(QColor("#3a3a3d"), QColor("#2b2b2d"));
-    for (const auto role : { QPalette::WindowText, QPalette::Text, QPalette::ButtonText })
-        dark.setColor(role, QColor("#ececec"));
-    dark.setColor(QPalette::Base, QColor("#1e1e20"));
+    const QColor text("#ececec"), base("#1e1e20"); // for text, window, light, dark, mid, text, base
+    const QPalette dark(text, QColor("#2b2b2d"), QColor("#4a4a4d"), base, QColor("#333336"), text, base);
     QGuiApplication::setPalette(cell("theme") == "dark" ? dark : QPalette());
 }
-// A PNG of a window for a person to look at, in the row's theme.
+// A PNG of a window for a person to look at.
 void render(QQuickItem* content, const QString& name)
 {
     const QString folder = qEnvironmentVariable("LIMITRA_WINDOW_ARTIFACTS");
     if (!folder.isEmpty() && !cell("theme").isEmpty() && QDir().mkpath(folder))
-        QVERIFY(content->window()->grabWindow().save(QString("%1/%2-%3.png").arg(folder, name, cell("theme"))));
+        QVERIFY(
+            content->window()->grabWindow().save(QString("%1/%2-%3.png").arg(folder, name, cell("theme"))));
 }
 ServiceUsage left(double percent)
 {
     return percent < 0 ? usage({}) : usage({ row("Sesión", 100 - percent, kNow + 3600) });
 }
-
-// What the store's fetches return; while held they wait, so a refresh stays under way.
-struct Script
+std::optional<QString> given(const QString& cell)
 {
-    ServiceUsage claude, codex;
-    std::optional<UpdateInfo> update;
-    std::atomic<int> fetches { 0 };
-    std::atomic<bool> held { false };
-};
-
-// The desktop around the program: the tray watcher every host provides, on a
-// bus connection of its own, and the handler of the addresses it opens.
-class Desktop : public QObject
+    return cell.isEmpty() ? std::nullopt : std::optional(cell);
+}
+// The connection of the tray host, apart from the program's own.
+QDBusConnection hostBus()
 {
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
-
-public:
-    QStringList registered, seen;
-    QList<QUrl> opened;
-    static QDBusConnection bus() { return QDBusConnection::connectToBus(QDBusConnection::SessionBus, "host"); }
-    bool start()
-    {
-        return bus().registerObject("/StatusNotifierWatcher", this, QDBusConnection::ExportAllSlots)
-            && bus().registerService("org.kde.StatusNotifierWatcher");
-    }
-    void listen(const QString& service)
-    {
-        for (const char* name : { "NewIcon", "NewToolTip", "NewTitle", "XAyatanaNewLabel" })
-            bus().connect(service, {}, kItem, name, this, SLOT(onSignal(QDBusMessage)));
-    }
-
-public Q_SLOTS:
-    void RegisterStatusNotifierItem(const QString& service) { registered.append(service); }
-    void onSignal(const QDBusMessage& m)
-    {
-        QStringList words { m.member() };
-        for (const QVariant& a : m.arguments())
-            words.append(a.toString());
-        seen.append(words.join(u'|'));
-    }
-    void open(const QUrl& url) { opened.append(url); }
-};
-
-// The whole application on a scripted store, with the real keyring and a local version feed.
+    return QDBusConnection::connectToBus(QDBusConnection::SessionBus, "host");
+}
+// The application on a store whose fetches return what the test set, with a local version feed.
 struct App
 {
     TestEnv env { kNow, std::chrono::seconds(3) };
-    std::shared_ptr<Script> script = std::make_shared<Script>();
+    ServiceUsage claude, codex;
+    std::optional<UpdateInfo> update;
+    std::atomic<int> fetches { 0 };
     std::unique_ptr<LimitraApp> app;
-    QList<QUrl> opened;
-    QTemporaryDir config;
-
     explicit App(bool welcomed = true)
     {
         env.env.secrets = std::make_shared<platform::LibsecretStore>();
         env.defaults->setHasShownWelcome(welcomed);
-        const auto fetch = [s = script](ServiceUsage Script::*record) {
-            return [s, record] {
-                for (++s->fetches; s->held;)
-                    QThread::msleep(5);
-                return (*s).*record;
-            };
-        };
-        app = std::make_unique<LimitraApp>(env.env,
-            UsageStore::Services { fetch(&Script::claude), fetch(&Script::codex), [s = script] { return s->update; } });
-        app->settingsWindow().setAutostartDirectory(config.filePath("autostart"));
-        app->settingsWindow().setUrlOpener([this](const QUrl& url) { opened.append(url); });
-        // The store queued its first refresh at birth. A refresh under way refuses
-        // another, so it must be over before the test publishes its records.
+        const auto fetch
+            = [this](const ServiceUsage& record) { return [this, &record] { return ++fetches, record; }; };
+        app = std::make_unique<LimitraApp>(
+            env.env, UsageStore::Services { fetch(claude), fetch(codex), [this] { return update; } });
+        app->settingsWindow().setAutostartDirectory(env.path(".config/autostart"));
+        // The store's first refresh is queued at its birth, and would refuse the test's.
         QTest::qWait(0);
         QVERIFY(QTest::qWaitFor([&] { return !app->store().isRefreshing(); }, 5000));
-        set({}, {});
-        script->fetches = 0;
+        fetches = 0;
     }
-    void set(const ServiceUsage& claude, const ServiceUsage& codex, const std::optional<UpdateInfo>& update = {})
+    void set(const ServiceUsage& c, const ServiceUsage& x, const std::optional<UpdateInfo>& u = {})
     {
         QVERIFY(!app->store().isRefreshing());
-        std::tie(script->claude, script->codex, script->update) = std::tie(claude, codex, update);
+        std::tie(claude, codex, update) = std::tie(c, x, u);
         const QFuture<void> done = app->store().refresh(); // with its update check
         QVERIFY(QTest::qWaitFor([&] { return done.isFinished(); }, 5000));
     }
@@ -193,60 +150,59 @@ struct App
     {
         if (!app->panel().isVisible())
             app->panel().open({});
-        if (!QTest::qWaitForWindowExposed(&app->panel()))
-            qFatal("The panel was not shown");
-        // Rows a refresh replaced are deleted later; they must be gone before rows are counted.
+        (void)QTest::qWaitForWindowExposed(&app->panel());
+        // Rows a refresh replaced are deleted later, and must not be counted.
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         app->panel().grabWindow();
         return app->panel().contentItem();
     }
-    // Shows a window (on a tab of the settings when given) and returns its content.
-    template <typename W> QQuickItem* open(W& w, int tab = -1)
+    // Shows a window and returns its content.
+    template <typename W> QQuickItem* open(W& w)
     {
         w.show();
-        if (!QTest::qWaitForWindowExposed(w.window()))
-            qFatal("The window was not shown");
-        if (tab >= 0)
-            click(::find(w.window()->contentItem(), QString("tab%1").arg(tab)));
+        (void)QTest::qWaitForWindowExposed(w.window());
         w.window()->grabWindow();
         return w.window()->contentItem();
     }
-    QDBusMessage call(const QString& path, const QString& interface, const QString& method,
-        const QVariantList& args) const
+    QDBusMessage call(
+        const QString& path, const QString& interface, const QString& method, const QVariantList& args) const
     {
         QDBusMessage m = QDBusMessage::createMethodCall(app->tray().serviceName(), path, interface, method);
         m.setArguments(args);
-        return Desktop::bus().call(m, QDBus::BlockWithGui, 5000); // answered by this process
-    }
-    QVariantMap properties() const
-    {
-        return qdbus_cast<QVariantMap>(
-            call("/StatusNotifierItem", "org.freedesktop.DBus.Properties", "GetAll", { kItem }).arguments().value(0));
+        return hostBus().call(m, QDBus::BlockWithGui, 5000); // answered by this process
     }
 };
 
-// A service row of the welcome guide: its status icon and colour, and its hint when shown.
+// A service row of the welcome guide: 1 for a green check, 0 for a grey cross with its hint.
 QString serviceRow(QQuickItem* view, const QString& name)
 {
     const QQuickItem* icon = find(find(view, name), "statusIcon");
-    const QString hint = shownText(find(find(view, name), "hint"));
-    return icon->property("name").toString() + " " + colourName(icon) + (hint.isEmpty() ? "" : " | " + hint);
+    const QString look = icon->property("name").toString() + colourName(icon);
+    const bool hint = find(find(view, name), "hint")->isVisible();
+    return look == "check-circlegreen" && !hint ? "1" : look == "xmark-circleplain" && hint ? "0" : look;
 }
 } // namespace
 
+// The test is also the desktop around the program: the tray watcher every host
+// provides, the receiver of the item's signals and the handler of the addresses it opens.
 class TestGui : public QObject
 {
     Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
 
-    Desktop desktop;
+    QStringList registered, seen;
+    QList<QUrl> opened;
     std::unique_ptr<App> a;
 
-    App& app(bool welcomed = true)
+    App& app(bool welcomed = true) { return *(a.reset(), a = std::make_unique<App>(welcomed)); }
+
+public Q_SLOTS:
+    void RegisterStatusNotifierItem(const QString& service) { registered.append(service); }
+    void onSignal(const QDBusMessage& m)
     {
-        a.reset();
-        a = std::make_unique<App>(welcomed);
-        return *a;
+        seen << (QStringList { m.member() } + QVariant(m.arguments()).toStringList()).join('|');
     }
+    void open(const QUrl& url) { opened.append(url); }
 
 private Q_SLOTS:
     void initTestCase()
@@ -255,14 +211,17 @@ private Q_SLOTS:
             QSKIP("needs the private keyring of with-keyring.sh");
         QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
         registerSniTypes();
-        QDesktopServices::setUrlHandler("https", &desktop, "open");
-        QVERIFY(desktop.start());
+        QDesktopServices::setUrlHandler("https", this, "open");
+        QVERIFY(hostBus().registerObject("/StatusNotifierWatcher", this,
+                    QDBusConnection::ExportScriptableSlots | QDBusConnection::ExportNonScriptableSlots)
+            && hostBus().registerService("org.kde.StatusNotifierWatcher"));
     }
     void cleanupTestCase() { QDesktopServices::unsetUrlHandler("https"); }
     void cleanup()
     {
         a.reset();
-        desktop.registered.clear();
+        registered.clear();
+        opened.clear();
         QGuiApplication::setPalette(QPalette());
     }
 
@@ -273,7 +232,6 @@ private Q_SLOTS:
         remaining     | 42  | 12000  | $3.20 de $50 | remaining | 58 % restante | plain | blue   | 58   | Se reinicia en 3h 20m
         10 left, used | 90  |        | $3.20 de $50 | used      | 90 % usado    | red   | red    | 90   |
         25 left       | 75  | 200000 |              | remaining | 25 % restante | plain | orange | 25   | Se reinicia en 2d 7h
-        25.1 left     | 74.9|        |              | remaining | 25 % restante | plain | blue   | 25.1 |
         exhausted     | 120 |        |              | remaining | 0 % restante  | red   | red    | 0    |
         unknown mode  | 42  |        |              | Used      | 58 % restante | plain | blue   | 58   |
         )");
@@ -281,26 +239,22 @@ private Q_SLOTS:
     void limitRowShowsValueColourAndFill()
     {
         App& t = app();
-        const QString reset = cell("reset"), detail = cell("detail");
-        t.set(usage({ row("S", cell("used").toDouble(), reset.isEmpty() ? std::nullopt : std::optional(kNow + reset.toDouble()),
-                          detail.isEmpty() ? std::nullopt : std::optional(detail)) },
-                  kNow),
-            {});
+        const std::optional<double> reset
+            = given(cell("reset")) ? std::optional(kNow + cell("reset").toDouble()) : std::nullopt;
+        t.set(usage({ row("S", cell("used").toDouble(), reset, given(cell("detail"))) }, kNow), {});
         t.env.defaults->setPercentMode(cell("mode")); // the open panel follows
         const QList<QQuickItem*> rows = named(t.panel(), "limitRow", true);
         QCOMPARE(rows.size(), 1);
         QQuickItem* percent = find(rows[0], "percentText");
         QTEST(textOf(percent), "text");
         QTEST(colourName(percent), "textColour");
-        QQuickItem* track = find(rows[0], "barTrack");
         QQuickItem* bar = find(rows[0], "barFill");
         QTEST(colourName(bar), "bar");
-        QCOMPARE(sceneRect(bar).topLeft(), sceneRect(track).topLeft());
         // An exhausted limit still shows a sliver of 6.
-        QCOMPARE(bar->width(), std::max(6.0, track->width() * cell("fill").toDouble() / 100));
-        QTEST(shownText(find(rows[0], "resetText")), "resetLine");
-        QCOMPARE(shownText(find(rows[0], "detailText")), detail);
-        QVERIFY(sceneRect(find(rows[0], "detailText")).right() <= sceneRect(rows[0]).right());
+        QCOMPARE(
+            bar->width(), std::max(6.0, find(rows[0], "barTrack")->width() * cell("fill").toDouble() / 100));
+        QTEST(textOf(find(rows[0], "resetText"), true), "resetLine");
+        QTEST(textOf(find(rows[0], "detailText"), true), "detail");
     }
 
     void cardShowsOneState_data()
@@ -316,28 +270,25 @@ private Q_SLOTS:
     void cardShowsOneState()
     {
         App& t = app();
-        const QStringList titles = QStringList { "Sesión (5 h)", "Semanal", "Opus" }.mid(0, cell("rows").toInt());
+        const QStringList titles = QStringList { "Sesión", "Semanal", "Opus" }.mid(0, cell("rows").toInt());
         QList<LimitRow> rows;
         for (const QString& title : titles)
             rows.append(row(title, 10));
-        const auto optional = [](const QString& s) { return s.isEmpty() ? std::nullopt : std::optional(s); };
-        t.set(usage(rows, kNow - cell("updated").toDouble(), optional(cell("error")), optional(cell("plan"))),
+        t.set(usage(rows, kNow - cell("updated").toDouble(), given(cell("error")), given(cell("plan"))),
             usage({ row("Otra", 50) }, kNow));
         QQuickItem* section = find(t.panel(), "claudeSection");
         QQuickItem* error = find(section, "errorText");
-        const QString message = shownText(error) + shownText(find(section, "loadingText"));
+        const QString message = textOf(error, true) + textOf(find(section, "loadingText"), true);
         QTEST(message, "message");
-        QCOMPARE(named(section, "spinner", true).size(), int(message == "Cargando…"));
         QCOMPARE(colourName(error), "orange");
-        QVERIFY(!error->isVisible() || sceneRect(find(section, "card")).contains(sceneRect(error)));
         QStringList shown;
         for (QQuickItem* title : named(section, "rowTitle", true))
             shown.append(textOf(title));
         QCOMPARE(shown, message.isEmpty() ? titles : QStringList());
         // One divider between consecutive rows, none above the first.
         QCOMPARE(named(section, "rowDivider", true).size(), std::max(0, int(shown.size()) - 1));
-        QTEST(shownText(find(section, "updatedText")), "updatedLine");
-        QTEST(shownText(find(section, "planBadgeText")), "plan");
+        QTEST(textOf(find(section, "updatedText"), true), "updatedLine");
+        QTEST(textOf(find(section, "planBadgeText"), true), "plan");
         QCOMPARE(find(section, "planBadge")->isVisible(), !cell("plan").isEmpty());
     }
 
@@ -358,8 +309,8 @@ private Q_SLOTS:
         QQuickItem* panel = t.panel();
         t.env.defaults->setShowClaude(cell("claude") == "1");
         t.env.defaults->setShowCodex(cell("codex") == "1");
-        t.env.defaults->setRefreshIntervalMinutes(7);
-        t.env.defaults->setValue("refreshIntervalMinutes", cell("interval").isEmpty() ? QVariant() : cell("interval"));
+        t.env.defaults->setValue(
+            "refreshIntervalMinutes", cell("interval").isEmpty() ? QVariant() : cell("interval"));
         t.panel();
         QTEST(textOf(find(panel, "footerText")), "footer");
         QStringList shown;
@@ -367,10 +318,8 @@ private Q_SLOTS:
             if (find(panel, name)->isVisible())
                 shown << name;
         QTEST(shown.join(" "), "shown");
-        QCOMPARE(textOf(find(panel, "hiddenServicesMessage")), "Ambos servicios están ocultos. Actívalos en Ajustes.");
-        // The window fits the content to its footer.
-        QVERIFY(sceneRect(find(panel, "footer")).top() > sceneRect(find(panel, shown.last())).bottom());
-        QVERIFY(t.app->panel().height() > sceneRect(find(panel, "footer")).bottom());
+        QCOMPARE(textOf(find(panel, "hiddenServicesMessage")),
+            "Ambos servicios están ocultos. Actívalos en Ajustes.");
     }
 
     void bannerAndButtonsAct()
@@ -381,27 +330,11 @@ private Q_SLOTS:
         QVERIFY(!banner->isVisible());
         const QUrl url("https://limitra.app/download/1.3.0");
         t.set({}, {}, UpdateInfo { "1.3.0", url, QStringLiteral("Notas") });
-        t.panel();
-        QCOMPARE(shownText(find(panel, "bannerTitle")), "Nueva versión 1.3.0 disponible");
-        QCOMPARE(shownText(find(panel, "bannerSubtitle")), "Haz clic para descargar");
-        QVERIFY(sceneRect(find(panel, "claudeSection")).top() > sceneRect(banner).bottom());
+        QCOMPARE(textOf(find(panel, "bannerTitle"), true), "Nueva versión 1.3.0 disponible");
+        QCOMPARE(textOf(find(panel, "bannerSubtitle"), true), "Haz clic para descargar");
         click(banner);
-        QCOMPARE(desktop.opened, QList<QUrl> { url });
+        QCOMPARE(opened, QList<QUrl> { url });
         QCOMPARE(textOf(find(panel, "panelTitle")), "Límites");
-        // Refresh shows a spinner until the store is done; a click meanwhile starts nothing.
-        QQuickItem* refresh = find(panel, "refreshButton");
-        t.script->held = true;
-        const auto release = qScopeGuard([&] { t.script->held = false; }); // a failure must not hang
-        t.script->fetches = 0;
-        click(refresh);
-        QTRY_COMPARE(t.script->fetches, 2);
-        QVERIFY(t.panel() && !find(refresh, "glyph")->isVisible() && find(refresh, "spinner")->isVisible());
-        click(refresh);
-        t.script->held = false;
-        QTRY_VERIFY(!t.app->store().isRefreshing());
-        QVERIFY(t.panel() && find(refresh, "glyph")->isVisible() && !find(refresh, "spinner")->isVisible());
-        QCOMPARE(t.script->fetches, 2);
-        // The settings take the panel's place.
         click(find(panel, "settingsButton"));
         QVERIFY(t.app->settingsWindow().window() && t.app->settingsWindow().window()->isVisible());
         QVERIFY(!t.app->panel().isVisible());
@@ -411,11 +344,10 @@ private Q_SLOTS:
     void snapshotIsWrittenWhole_data()
     {
         table(R"(
-        | path | theme | content
-        replaces a file   | old.png           | light |
-        dark              | new.png           | dark  |
-        missing folder    | missing/panel.png |       |
-        fractional height |                   |       | import QtQuick; Rectangle { implicitHeight: 40.5; color: "red" }
+        | path | theme
+        replaces a file | old.png           | light
+        dark            | new.png           | dark
+        missing folder  | missing/panel.png |
         )");
     }
     void snapshotIsWrittenWhole()
@@ -425,72 +357,60 @@ private Q_SLOTS:
         QTemporaryDir dir;
         QVERIFY(writeFile(dir.filePath("old.png"), "not a picture"));
         const QString path = dir.filePath(cell("path"));
-        t.script->claude = usage({ row("Sesión", 30) }, kNow);
+        t.claude = usage({ row("Sesión", 30) }, kNow);
         QString printed;
         QTextStream out(&printed);
-        QQmlEngine engine;
-        QQmlComponent component(&engine);
-        component.setData(cell("content").toUtf8(), {});
-        const std::unique_ptr<QQuickItem> item(qobject_cast<QQuickItem*>(component.create()));
-        const QColor window = QGuiApplication::palette().color(QPalette::Window);
-        if (item) { // nothing cut at the bottom
-            const QImage image = PanelSnapshot::render(*item, window);
-            QCOMPARE(image.size(), QSize(720, 82));
-            QCOMPARE(QColor(image.pixel(360, 81)), QColor("red"));
-            return;
-        }
         SnapshotMode::run(t.app->store(), *t.env.defaults, path, out);
         QCOMPARE(printed, "Snapshot: " + path + "\n");
         QCOMPARE(t.app->store().claude().rows.size(), 1); // it waited for its refresh
-        QImage image(path);
+        const QImage image(path);
+        const QRgb window = QGuiApplication::palette().color(QPalette::Window).rgb();
         QCOMPARE(image.isNull(), cell("theme").isEmpty());
-        QVERIFY(image.isNull() || (image.width() == 720 && image.pixel(0, 0) == window.rgb()));
-        QVERIFY(image.isNull() || image.pixel(719, image.height() - 1) == window.rgb());
+        QVERIFY(image.isNull() || (image.width() == 720 && image.pixel(0, 0) == window));
+        QVERIFY(image.isNull() || image.pixel(719, image.height() - 1) == window);
+        QQuickItem fractional; // a bottom edge half a pixel down is kept
+        fractional.setImplicitHeight(40.5);
+        QVERIFY(PanelSnapshot::render(fractional, Qt::red).height() >= 81);
     }
 
-    // The form shows another reader's values as they are, never rewriting them;
-    // each control writes its key at once.
+    // The form shows another reader's values as they are, never rewriting them.
     void settingsFormShowsAndWrites_data()
     {
         table(R"(
         | mode | interval | segment | intervalShown | choices | explanation | theme
         used, 15     | used      | 15    | used      | 15 min | 6 | consumido (p. ej. 16 % usado).     | dark
-        remaining, 3 | remaining | 3     | remaining | 3 min  | 7 | disponible (p. ej. 84 % restante). |
+        remaining, 3 | remaining | 3     | remaining | 3 min  | 7 | disponible (p. ej. 84 % restante). | light
         Used, 45     | Used      | 45    | remaining | 45 min | 7 | disponible (p. ej. 84 % restante). |
         text         | used      | often | used      | 5 min  | 6 | consumido (p. ej. 16 % usado).     |
-        nothing kept |           |       | remaining | 5 min  | 6 | disponible (p. ej. 84 % restante). | light
         )");
     }
     void settingsFormShowsAndWrites()
     {
         useTheme();
         App& t = app();
-        const QVariant interval = cell("interval").toInt() ? QVariant(cell("interval").toInt()) : cell("interval");
-        if (!cell("mode").isEmpty()) {
-            t.env.defaults->setPercentMode(cell("mode"));
-            t.env.defaults->setValue("refreshIntervalMinutes", interval);
-        }
+        const QVariant interval
+            = cell("interval").toInt() ? QVariant(cell("interval").toInt()) : cell("interval");
+        t.env.defaults->setPercentMode(cell("mode"));
+        t.env.defaults->setValue("refreshIntervalMinutes", interval);
         QQuickItem* form = t.open(t.app->settingsWindow());
         render(form, "settings-general");
         QCOMPARE(form->window()->title(), "Ajustes de Limitra");
         QVERIFY(find(form, "segment_" + cell("segment"))->property("selected").toBool());
-        QCOMPARE(find(form, "percentExplanation")->property("label"), "Se muestra el porcentaje " + cell("explanation"));
+        QCOMPARE(find(form, "percentExplanation")->property("label"),
+            "Se muestra el porcentaje " + cell("explanation"));
         QTEST(find(form, "refreshInterval")->property("displayText").toString(), "intervalShown");
         QCOMPARE(find(form, "refreshInterval")->property("count").toString(), cell("choices"));
         QCOMPARE(t.env.defaults->value("refreshIntervalMinutes").toString(), interval.toString());
-        const QString other = cell("segment") == "used" ? "remaining" : "used";
-        click(find(form, "showCodex"));
-        click(find(form, "segment_" + other));
-        const platform::Defaults stored(t.env.defaults->filePath());
-        QCOMPARE(stored.value("showCodex"), QVariant(false));
-        QCOMPARE(stored.value("percentMode"), QVariant(other));
+        click(find(form, "showCodex")); // a control writes its key at once
+        QCOMPARE(platform::Defaults(t.env.defaults->filePath()).value("showCodex"), QVariant(false));
     }
 
     // On and off in a real folder; a refused change leaves the switch off with the error line.
     void loginSwitchFollowsTheEntry()
     {
         App& t = app();
-        const QString folder = t.config.filePath("autostart"), entry = platform::LoginItem::entryPath(folder);
+        const QString folder = t.env.path(".config/autostart"),
+                      entry = platform::LoginItem::entryPath(folder);
         QQuickItem* form = t.open(t.app->settingsWindow());
         const auto on = [&] { return find(form, "launchAtLogin")->property("checked").toBool(); };
         click(find(form, "launchAtLogin"));
@@ -522,8 +442,8 @@ private Q_SLOTS:
             QString(R"({"version":"%1","download_url":"%2"})").arg(version, kDownload).toUtf8());
         slow.delay = std::chrono::milliseconds(600);
         t.env.peer.on("GET", "/api/version.json", slow);
-        QQuickItem* about = t.open(t.app->settingsWindow(), 1);
-        QCOMPARE(textOf(find(about, "versionLine")), "Versión " + UpdateChecker::currentVersion());
+        QQuickItem* about = t.open(t.app->settingsWindow());
+        click(find(about, "tab1"));
         click(find(about, "checkButton"));
         QVERIFY(find(about, "checkSpinner")->isVisible() && !find(about, "checkButton")->isEnabled());
         render(about, "settings-about-checking");
@@ -531,11 +451,11 @@ private Q_SLOTS:
         QTRY_VERIFY(find(about, "updateResult")->isVisible());
         render(about, "settings-about");
         QTEST(textOf(find(about, "updateResult")), "result");
-        QCOMPARE(t.opened, cell("opens") == "1" ? QList<QUrl> { QUrl(kDownload) } : QList<QUrl> {});
+        QCOMPARE(opened, cell("opens") == "1" ? QList<QUrl> { QUrl(kDownload) } : QList<QUrl> {});
         QCOMPARE(t.env.peer.requests().size(), 1);
     }
 
-    // The guide opens by itself at the first start, at once however slow the keyring.
+    // The guide opens by itself at the first start.
     void welcomeFindsEachTool_data()
     {
         table(R"(
@@ -544,7 +464,6 @@ private Q_SLOTS:
         only Claude Code's item | 0 | 0 | Claude Code-credentials | 10 |
         only our own item       | 0 | 0 | Limitra.claude-oauth    | 00 | light
         both files              | 1 | 1 |                         | 11 | dark
-        hung keyring            | 0 | 0 | stop                    | 00 |
         )");
     }
     void welcomeFindsEachTool()
@@ -552,30 +471,21 @@ private Q_SLOTS:
         useTheme();
         for (const QString service : { "Claude Code-credentials", "Limitra.claude-oauth" })
             QProcess::execute("secret-tool", { "clear", "service", service });
-        if (cell("item").contains('.') || cell("item").contains(' '))
-            QProcess::execute("sh", { "-c", "printf {} | secret-tool store --label=x service \"$0\" account me", cell("item") });
-        const uint pid = QDBusConnection::sessionBus().interface()->servicePid("org.freedesktop.secrets");
-        QVERIFY(pid > 0 && (cell("item") != "stop" || ::kill(pid_t(pid), SIGSTOP) == 0));
-        const auto resume = qScopeGuard([pid] { ::kill(pid_t(pid), SIGCONT); });
+        if (!cell("item").isEmpty())
+            QProcess::execute("sh",
+                { "-c", "printf {} | secret-tool store --label=x service \"$0\" account me", cell("item") });
         App& t = app(false);
         QVERIFY(cell("codex") == "0" || t.env.write(".codex/auth.json", "{}"));
         QVERIFY(cell("claude") == "0" || t.env.write(".claude/.credentials.json", "")); // empty still counts
         t.app->start();
-        QVERIFY(t.app->welcomeWindow().window() && QTest::qWaitForWindowExposed(t.app->welcomeWindow().window()));
+        QVERIFY(
+            t.app->welcomeWindow().window() && QTest::qWaitForWindowExposed(t.app->welcomeWindow().window()));
         QQuickItem* view = t.app->welcomeWindow().window()->contentItem();
-        QVERIFY(cell("item") != "stop" || find(view, "detecting")->isVisible()); // not waiting for it
-        QCOMPARE(view->window()->title(), "Bienvenida");
         QVERIFY(platform::Defaults(t.env.defaults->filePath()).hasShownWelcome());
         QTRY_VERIFY_WITH_TIMEOUT(find(view, "claudeRow")->isVisible(), 10000);
         render(view, cell("found") == "11" ? "welcome-both" : "welcome-neither");
-        const QString found = cell("found");
-        QCOMPARE(serviceRow(view, "claudeRow"), found[0] == '1' ? "check-circle green"
-            : "xmark-circle plain | Instala Claude Code y ejecuta `claude` para iniciar sesión.");
-        QCOMPARE(serviceRow(view, "codexRow"), found[1] == '1' ? "check-circle green"
-            : "xmark-circle plain | Instala Codex y ejecuta `codex login`.");
-        QCOMPARE(find(view, "neitherNote")->isVisible(), found == "00");
-        QTest::keyClick(view->window(), Qt::Key_Return);
-        QTRY_VERIFY(!view->window()->isVisible());
+        QTEST(serviceRow(view, "claudeRow") + serviceRow(view, "codexRow"), "found");
+        QCOMPARE(find(view, "neitherNote")->isVisible(), cell("found") == "00");
     }
 
     // From C 30 % · X 55 % left, a new record or setting reaches the host with the signals it waits for.
@@ -596,28 +506,30 @@ private Q_SLOTS:
     {
         App& t = app();
         t.app->start();
-        QTRY_COMPARE(desktop.registered, QStringList { t.app->tray().serviceName() });
+        QTRY_COMPARE(registered, QStringList { t.app->tray().serviceName() });
         QVERIFY(!t.app->welcomeWindow().window()); // not at later starts
-        desktop.listen(t.app->tray().serviceName());
+        for (const char* name : { "NewIcon", "NewToolTip", "XAyatanaNewLabel" })
+            hostBus().connect(
+                t.app->tray().serviceName(), {}, kItem, name, this, SLOT(onSignal(QDBusMessage)));
         t.set(left(30), left(55));
-        QTRY_VERIFY(desktop.seen.contains("XAyatanaNewLabel|C 30% · X 55%|C 100% · X 100%"));
-        desktop.seen.clear();
+        QTRY_VERIFY(seen.contains("XAyatanaNewLabel|C 30% · X 55%|C 100% · X 100%"));
+        seen.clear();
         const QStringList value = cell("value").split(' ');
         if (cell("key").isEmpty())
             t.set(left(value[0].toDouble()), left(value[1].toDouble()));
         else
             t.env.defaults->setValue(cell("key"), value[0] == "false" ? QVariant(false) : QVariant(value[0]));
-        const QVariantMap all = t.properties();
+        const QVariantMap all = qdbus_cast<QVariantMap>(
+            t.call("/StatusNotifierItem", "org.freedesktop.DBus.Properties", "GetAll", { kItem })
+                .arguments()[0]);
         QTEST(all["XAyatanaLabel"].toString(), "label");
         QTEST(qdbus_cast<SniToolTip>(all["ToolTip"].value<QDBusArgument>()).text, "toolTip");
         QCOMPARE(all["IconName"].toString(), "limitra-gauge-" + cell("icon") + "-symbolic");
-        const QString label = "XAyatanaNewLabel|" + cell("label") + "|";
-        QTRY_VERIFY2(std::any_of(desktop.seen.begin(), desktop.seen.end(), [&](const QString& s) { return s.startsWith(label); }),
-            qPrintable(desktop.seen.join("; ")));
+        QTRY_VERIFY2(
+            !seen.filter("XAyatanaNewLabel|" + cell("label") + "|").isEmpty(), qPrintable(seen.join("; ")));
         QTest::qWait(100);
-        QCOMPARE(desktop.seen.contains("NewToolTip"), cell("toolTip") != "C 30% · X 55%");
-        QCOMPARE(desktop.seen.contains("NewIcon"), cell("icon") != "30");
-        QVERIFY(!desktop.seen.contains("NewTitle"));
+        QCOMPARE(seen.contains("NewToolTip"), cell("toolTip") != "C 30% · X 55%");
+        QCOMPARE(seen.contains("NewIcon"), cell("icon") != "30");
     }
 
     // Clicks on the item and its menu, as the host sends them, and the panel's own ways to close.
@@ -625,29 +537,19 @@ private Q_SLOTS:
     {
         App& t = app();
         t.app->start();
-        QTRY_VERIFY(!desktop.registered.isEmpty());
-        const QDBusMessage menu = t.call("/MenuBar", "com.canonical.dbusmenu", "GetLayout", { 0, -1, QStringList() });
-        QStringList labels;
-        for (const QVariant& child : qdbus_cast<MenuLayout>(menu.arguments().value(1)).children)
-            labels << qdbus_cast<MenuLayout>(child.value<QDBusVariant>().variant().value<QDBusArgument>())
-                          .properties.value("label", "—").toString();
-        QCOMPARE(labels, (QStringList { "Límites", "Actualizar ahora", "Ajustes", "—", "Salir" }));
         PanelWindow& panel = t.app->panel();
         const auto menuClick = [&](int id) {
-            t.call("/MenuBar", "com.canonical.dbusmenu", "Event", { id, QStringLiteral("clicked"), QVariant::fromValue(QDBusVariant(0)), 0u });
+            t.call("/MenuBar", "com.canonical.dbusmenu", "Event",
+                { id, QStringLiteral("clicked"), QVariant::fromValue(QDBusVariant(0)), 0u });
         };
         t.call("/StatusNotifierItem", kItem, "Activate", { 0, 0 });
         QTRY_VERIFY(panel.isVisible());
-        QTest::qWait(500); // past the guard against the closing click's own focus loss
-        t.call("/StatusNotifierItem", kItem, "SecondaryActivate", { 0, 0 });
-        QTRY_VERIFY(!panel.isVisible());
-        menuClick(2);
-        QTRY_COMPARE(t.script->fetches, 2);
-        QVERIFY(!panel.isVisible());
-        menuClick(1);
-        QVERIFY(QTest::qWaitForWindowActive(&panel));
         QTest::keyClick(&panel, Qt::Key_Escape);
         QVERIFY(!panel.isVisible());
+        menuClick(2);
+        QTRY_COMPARE(t.fetches, 2);
+        menuClick(1);
+        QTRY_VERIFY(panel.isVisible());
         menuClick(3);
         QTRY_VERIFY(t.app->settingsWindow().window() && t.app->settingsWindow().window()->isVisible());
         // Focus elsewhere closes the panel; the click on the icon that took it does not reopen it.
@@ -669,14 +571,13 @@ private Q_SLOTS:
         | x | y | corner
         top panel, middle     | 640  | 14  | 460 28
         top panel, right edge | 1270 | 14  | 920 28
-        below a point         | 300  | 100 | 120 106
         bottom panel          | 10   | 790 | 0 284
-        off the screen        | -50  | -40 | 0 28
         )");
     }
     void panelOpensBesideTheIcon()
     {
-        const QPoint corner = PanelWindow::place({ cell("x").toInt(), cell("y").toInt() }, { 360, 500 }, { 0, 28, 1280, 772 });
+        const QPoint corner = PanelWindow::place(
+            { cell("x").toInt(), cell("y").toInt() }, { 360, 500 }, { 0, 28, 1280, 772 });
         QTEST(QString("%1 %2").arg(corner.x()).arg(corner.y()), "corner");
     }
 
