@@ -52,7 +52,7 @@ tests_for() {
         services/codex) echo "tst_codex|tst_entry|tst_checkjourneys|tst_checkwriteback|tst_checkfreshuser" ;;
         update) echo "tst_updatechecker|tst_store|tst_panel|tst_entry|tst_checkjourneys|tst_snapshotjourneys" ;;
         store) echo "tst_store|tst_panel|tst_entry|$e2e" ;;
-        ui) echo "tst_panel|tst_windows|tst_tray|tray_host|tst_entry|tst_snapshotjourneys" ;;
+        ui) echo "tst_gui|tray_host|tst_entry|tst_snapshotjourneys" ;;
         app) echo "tst_entry|tst_tray|tray_host|$e2e" ;;
         *) echo "" ;;
     esac
