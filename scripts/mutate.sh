@@ -45,14 +45,14 @@ export CCACHE_BASEDIR=${CCACHE_BASEDIR:-/work} CCACHE_DIR=${CCACHE_DIR:-/work/.c
 # the units built on it, and the end-to-end journeys that show its result.
 tests_for() {
     case $1 in
-        model) echo "tst_core|tst_panel|tst_entry|tst_journeys" ;;
+        model) echo "tst_core|tst_gui|tst_entry|tst_journeys" ;;
         platform) echo "tst_core|tst_keychainoffline|tst_claude|tst_codex|tst_entry|tst_journeys" ;;
         services/claude) echo "tst_claude|tst_keychainoffline|tst_entry|tst_journeys" ;;
         services/codex) echo "tst_codex|tst_entry|tst_journeys" ;;
-        update) echo "tst_core|tst_panel|tst_entry|tst_journeys" ;;
-        store) echo "tst_core|tst_panel|tst_entry|tst_journeys" ;;
-        ui) echo "tst_panel|tst_windows|tst_tray|tray_host|tst_entry|tst_journeys" ;;
-        app) echo "tst_entry|tst_tray|tray_host|tst_journeys" ;;
+        update) echo "tst_core|tst_gui|tst_entry|tst_journeys" ;;
+        store) echo "tst_core|tst_gui|tst_entry|tst_journeys" ;;
+        ui) echo "tst_gui|tray_host|tst_entry|tst_journeys" ;;
+        app) echo "tst_entry|tst_gui|tray_host|tst_journeys" ;;
         *) echo "" ;;
     esac
 }

@@ -1,0 +1,608 @@
+// The whole application's GUI with its real QML, offscreen, on a private bus and keyring.
+#include "app/LimitraApp.h"
+#include "platform/LibsecretStore.h"
+#include "platform/LoginItem.h"
+#include "support/TestEnv.h"
+#include "ui/settings/SettingsWindow.h"
+#include "ui/settings/WelcomeWindow.h"
+#include "ui/snapshot/PanelSnapshot.h"
+#include "ui/snapshot/SnapshotMode.h"
+#include "ui/tray/PanelWindow.h"
+#include "ui/tray/SingleInstance.h"
+#include "ui/tray/SniTypes.h"
+#include "ui/tray/TrayItem.h"
+#include "update/UpdateChecker.h"
+
+#include <QApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDesktopServices>
+#include <QProcess>
+#include <QQuickItem>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <list>
+
+using namespace limitra;
+using namespace limitra::test;
+
+namespace {
+constexpr double kNow = 1'700'000'000;
+const QString kItem = QStringLiteral("org.kde.StatusNotifierItem");
+const QString kDownload = QStringLiteral("https://limitra.app/descargar?os=linux");
+
+// A table as text: column names, then one row per line, the first cell naming the row.
+void table(const char* text)
+{
+    static std::list<QByteArray> names; // QTest keeps pointers to them
+    const QStringList lines = QString::fromUtf8(text).trimmed().split(u'\n');
+    for (const QString& column : lines[0].split(u'|').mid(1))
+        QTest::addColumn<QString>(names.emplace_back(column.trimmed().toLatin1()).constData());
+    for (const QString& line : lines.mid(1)) {
+        const QStringList cells = line.split(u'|');
+        QTestData& data = QTest::newRow(qPrintable(cells[0].trimmed()));
+        for (const QString& c : cells.mid(1))
+            data << c.trimmed();
+    }
+}
+QString cell(const char* column)
+{
+    return *static_cast<QString*>(QTest::qData(column, QMetaType::QString));
+}
+QList<QQuickItem*> named(QQuickItem* root, const QString& name, bool visibleOnly = false)
+{
+    QList<QQuickItem*> found;
+    const std::function<void(QQuickItem*)> walk = [&](QQuickItem* item) {
+        if (item->objectName() == name && (!visibleOnly || item->isVisible()))
+            found.append(item);
+        for (QQuickItem* child : item->childItems())
+            walk(child);
+    };
+    walk(root);
+    return found;
+}
+QQuickItem* find(QQuickItem* root, const QString& name)
+{
+    QQuickItem* item = named(root, name).value(0);
+    return item ? item : (qFatal("No item named %s", qPrintable(name)), nullptr);
+}
+QString textOf(const QQuickItem* item, bool shownOnly = false)
+{
+    return shownOnly && !item->isVisible() ? QString() : item->property("text").toString();
+}
+void click(QQuickItem* item)
+{
+    item->window()->grabWindow(); // polishes, so positions are final
+    QTest::mouseClick(
+        item->window(), Qt::LeftButton, {}, item->mapToScene(item->boundingRect().center()).toPoint());
+}
+// A drawn colour as a user names it.
+QString colourName(const QQuickItem* item)
+{
+    const QColor c = item->property("color").value<QColor>();
+    const int hue = c.hsvSaturationF() > 0.4 ? c.hsvHue() : -1;
+    return hue < 0                ? "plain"
+        : hue <= 10 || hue >= 350 ? "red"
+        : hue <= 45               ? "orange"
+        : hue <= 160              ? "green"
+                                  : "blue";
+}
+// The row's theme, before any window is made.
+void useTheme()
+{
+    const QColor text("#ececec"), base("#1e1e20"); // for text, window, light, dark, mid, text, base
+    const QPalette dark(text, QColor("#2b2b2d"), QColor("#4a4a4d"), base, QColor("#333336"), text, base);
+    QGuiApplication::setPalette(cell("theme") == "dark" ? dark : QPalette());
+}
+// A PNG of a window for a person to look at.
+void render(QQuickItem* content, const QString& name)
+{
+    const QString folder = qEnvironmentVariable("LIMITRA_WINDOW_ARTIFACTS");
+    if (!folder.isEmpty() && !cell("theme").isEmpty() && QDir().mkpath(folder))
+        QVERIFY(
+            content->window()->grabWindow().save(QString("%1/%2-%3.png").arg(folder, name, cell("theme"))));
+}
+ServiceUsage left(double percent)
+{
+    return percent < 0 ? usage({}) : usage({ row("Sesión", 100 - percent, kNow + 3600) });
+}
+std::optional<QString> given(const QString& cell)
+{
+    return cell.isEmpty() ? std::nullopt : std::optional(cell);
+}
+// The connection of the tray host, apart from the program's own.
+QDBusConnection hostBus()
+{
+    return QDBusConnection::connectToBus(QDBusConnection::SessionBus, "host");
+}
+// The application on a store whose fetches return what the test set, with a local version feed.
+struct App
+{
+    TestEnv env { kNow, std::chrono::seconds(3) };
+    ServiceUsage claude, codex;
+    std::optional<UpdateInfo> update;
+    std::atomic<int> fetches { 0 };
+    std::unique_ptr<LimitraApp> app;
+    explicit App(bool welcomed = true)
+    {
+        env.env.secrets = std::make_shared<platform::LibsecretStore>();
+        env.defaults->setHasShownWelcome(welcomed);
+        const auto fetch
+            = [this](const ServiceUsage& record) { return [this, &record] { return ++fetches, record; }; };
+        app = std::make_unique<LimitraApp>(
+            env.env, UsageStore::Services { fetch(claude), fetch(codex), [this] { return update; } });
+        app->settingsWindow().setAutostartDirectory(env.path(".config/autostart"));
+        // The store's first refresh is queued at its birth, and would refuse the test's.
+        QTest::qWait(0);
+        QVERIFY(QTest::qWaitFor([&] { return !app->store().isRefreshing(); }, 5000));
+        fetches = 0;
+    }
+    void set(const ServiceUsage& c, const ServiceUsage& x, const std::optional<UpdateInfo>& u = {})
+    {
+        QVERIFY(!app->store().isRefreshing());
+        std::tie(claude, codex, update) = std::tie(c, x, u);
+        const QFuture<void> done = app->store().refresh(); // with its update check
+        QVERIFY(QTest::qWaitFor([&] { return done.isFinished(); }, 5000));
+    }
+    // Opens the drop-down panel (again: lays it out anew) and returns its content.
+    QQuickItem* panel()
+    {
+        if (!app->panel().isVisible())
+            app->panel().open({});
+        (void)QTest::qWaitForWindowExposed(&app->panel());
+        // Rows a refresh replaced are deleted later, and must not be counted.
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        app->panel().grabWindow();
+        return app->panel().contentItem();
+    }
+    // Shows a window and returns its content.
+    template <typename W> QQuickItem* open(W& w)
+    {
+        w.show();
+        (void)QTest::qWaitForWindowExposed(w.window());
+        w.window()->grabWindow();
+        return w.window()->contentItem();
+    }
+    QDBusMessage call(
+        const QString& path, const QString& interface, const QString& method, const QVariantList& args) const
+    {
+        QDBusMessage m = QDBusMessage::createMethodCall(app->tray().serviceName(), path, interface, method);
+        m.setArguments(args);
+        return hostBus().call(m, QDBus::BlockWithGui, 5000); // answered by this process
+    }
+};
+
+// A service row of the welcome guide: 1 for a green check, 0 for a grey cross with its hint.
+QString serviceRow(QQuickItem* view, const QString& name)
+{
+    const QQuickItem* icon = find(find(view, name), "statusIcon");
+    const QString look = icon->property("name").toString() + colourName(icon);
+    const bool hint = find(find(view, name), "hint")->isVisible();
+    return look == "check-circlegreen" && !hint ? "1" : look == "xmark-circleplain" && hint ? "0" : look;
+}
+} // namespace
+
+// The test is also the desktop around the program: the tray watcher every host
+// provides, the receiver of the item's signals and the handler of the addresses it opens.
+class TestGui : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
+
+    QStringList registered, seen;
+    QList<QUrl> opened;
+    std::unique_ptr<App> a;
+
+    App& app(bool welcomed = true) { return *(a.reset(), a = std::make_unique<App>(welcomed)); }
+
+public Q_SLOTS:
+    void RegisterStatusNotifierItem(const QString& service) { registered.append(service); }
+    void onSignal(const QDBusMessage& m)
+    {
+        seen << (QStringList { m.member() } + QVariant(m.arguments()).toStringList()).join('|');
+    }
+    void open(const QUrl& url) { opened.append(url); }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (!qEnvironmentVariableIsSet("LIMITRA_PRIVATE_KEYRING"))
+            QSKIP("needs the private keyring of with-keyring.sh");
+        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+        registerSniTypes();
+        QDesktopServices::setUrlHandler("https", this, "open");
+        QVERIFY(hostBus().registerObject("/StatusNotifierWatcher", this,
+                    QDBusConnection::ExportScriptableSlots | QDBusConnection::ExportNonScriptableSlots)
+            && hostBus().registerService("org.kde.StatusNotifierWatcher"));
+    }
+    void cleanupTestCase() { QDesktopServices::unsetUrlHandler("https"); }
+    void cleanup()
+    {
+        a.reset();
+        registered.clear();
+        opened.clear();
+        QGuiApplication::setPalette(QPalette());
+    }
+
+    void limitRowShowsValueColourAndFill_data()
+    {
+        table(R"(
+        | used | reset  | detail        | mode      | text          | textColour | bar    | fill | resetLine
+        remaining     | 42  | 12000  | $3.20 de $50 | remaining | 58 % restante | plain | blue   | 58   | Se reinicia en 3h 20m
+        10 left, used | 90  |        | $3.20 de $50 | used      | 90 % usado    | red   | red    | 90   |
+        25 left       | 75  | 200000 |              | remaining | 25 % restante | plain | orange | 25   | Se reinicia en 2d 7h
+        exhausted     | 120 |        |              | remaining | 0 % restante  | red   | red    | 0    |
+        unknown mode  | 42  |        |              | Used      | 58 % restante | plain | blue   | 58   |
+        )");
+    }
+    void limitRowShowsValueColourAndFill()
+    {
+        App& t = app();
+        const std::optional<double> reset
+            = given(cell("reset")) ? std::optional(kNow + cell("reset").toDouble()) : std::nullopt;
+        t.set(usage({ row("S", cell("used").toDouble(), reset, given(cell("detail"))) }, kNow), {});
+        t.env.defaults->setPercentMode(cell("mode")); // the open panel follows
+        const QList<QQuickItem*> rows = named(t.panel(), "limitRow", true);
+        QCOMPARE(rows.size(), 1);
+        QQuickItem* percent = find(rows[0], "percentText");
+        QTEST(textOf(percent), "text");
+        QTEST(colourName(percent), "textColour");
+        QQuickItem* bar = find(rows[0], "barFill");
+        QTEST(colourName(bar), "bar");
+        // An exhausted limit still shows a sliver of 6.
+        QCOMPARE(
+            bar->width(), std::max(6.0, find(rows[0], "barTrack")->width() * cell("fill").toDouble() / 100));
+        QTEST(textOf(find(rows[0], "resetText"), true), "resetLine");
+        QTEST(textOf(find(rows[0], "detailText"), true), "detail");
+    }
+
+    void cardShowsOneState_data()
+    {
+        table(R"(
+        | rows | updated | error             | plan | message           | updatedLine
+        error hides rows | 3 | 0    | No pude leer tu sesión. | Max | No pude leer tu sesión. |
+        loading          | 0 | 60   |                   | Pro  | Cargando…         |
+        one row          | 1 | 180  |                   |      |                   | Actualizado hace 3 min
+        three rows       | 3 | 7530 |                   | Max  |                   | Actualizado hace 2 h 5 min
+        )");
+    }
+    void cardShowsOneState()
+    {
+        App& t = app();
+        const QStringList titles = QStringList { "Sesión", "Semanal", "Opus" }.mid(0, cell("rows").toInt());
+        QList<LimitRow> rows;
+        for (const QString& title : titles)
+            rows.append(row(title, 10));
+        t.set(usage(rows, kNow - cell("updated").toDouble(), given(cell("error")), given(cell("plan"))),
+            usage({ row("Otra", 50) }, kNow));
+        QQuickItem* section = find(t.panel(), "claudeSection");
+        QQuickItem* error = find(section, "errorText");
+        const QString message = textOf(error, true) + textOf(find(section, "loadingText"), true);
+        QTEST(message, "message");
+        QCOMPARE(colourName(error), "orange");
+        QStringList shown;
+        for (QQuickItem* title : named(section, "rowTitle", true))
+            shown.append(textOf(title));
+        QCOMPARE(shown, message.isEmpty() ? titles : QStringList());
+        // One divider between consecutive rows, none above the first.
+        QCOMPARE(named(section, "rowDivider", true).size(), std::max(0, int(shown.size()) - 1));
+        QTEST(textOf(find(section, "updatedText"), true), "updatedLine");
+        QTEST(textOf(find(section, "planBadgeText"), true), "plan");
+        QCOMPARE(find(section, "planBadge")->isVisible(), !cell("plan").isEmpty());
+    }
+
+    void panelFollowsSettings_data()
+    {
+        table(R"(
+        | claude | codex | interval | shown                       | footer
+        both        | 1 | 1 | 1  | claudeSection codexSection  | Se actualiza cada minuto
+        only Codex  | 0 | 1 | 2  | codexSection                | Se actualiza cada 2 min
+        only Claude | 1 | 0 |    | claudeSection               | Se actualiza cada 5 min
+        neither     | 0 | 0 | 30 | hiddenServicesMessage       | Se actualiza cada 30 min
+        )");
+    }
+    void panelFollowsSettings()
+    {
+        App& t = app();
+        t.set(usage({ row("Claude fila", 5) }, kNow), usage({ row("Codex fila", 5) }, kNow));
+        QQuickItem* panel = t.panel();
+        t.env.defaults->setShowClaude(cell("claude") == "1");
+        t.env.defaults->setShowCodex(cell("codex") == "1");
+        t.env.defaults->setValue(
+            "refreshIntervalMinutes", cell("interval").isEmpty() ? QVariant() : cell("interval"));
+        t.panel();
+        QTEST(textOf(find(panel, "footerText")), "footer");
+        QStringList shown;
+        for (const QString name : { "claudeSection", "codexSection", "hiddenServicesMessage" })
+            if (find(panel, name)->isVisible())
+                shown << name;
+        QTEST(shown.join(" "), "shown");
+        QCOMPARE(textOf(find(panel, "hiddenServicesMessage")),
+            "Ambos servicios están ocultos. Actívalos en Ajustes.");
+    }
+
+    void bannerAndButtonsAct()
+    {
+        App& t = app();
+        QQuickItem* panel = t.panel();
+        QQuickItem* banner = find(panel, "updateBanner");
+        QVERIFY(!banner->isVisible());
+        const QUrl url("https://limitra.app/download/1.3.0");
+        t.set({}, {}, UpdateInfo { "1.3.0", url, QStringLiteral("Notas") });
+        QCOMPARE(textOf(find(panel, "bannerTitle"), true), "Nueva versión 1.3.0 disponible");
+        QCOMPARE(textOf(find(panel, "bannerSubtitle"), true), "Haz clic para descargar");
+        click(banner);
+        QCOMPARE(opened, QList<QUrl> { url });
+        QCOMPARE(textOf(find(panel, "panelTitle")), "Límites");
+        click(find(panel, "settingsButton"));
+        QVERIFY(t.app->settingsWindow().window() && t.app->settingsWindow().window()->isVisible());
+        QVERIFY(!t.app->panel().isVisible());
+    }
+
+    // The snapshot: written where asked, 720 wide, on the theme's background, the content's whole height.
+    void snapshotIsWrittenWhole_data()
+    {
+        table(R"(
+        | path | theme
+        replaces a file | old.png           | light
+        dark            | new.png           | dark
+        missing folder  | missing/panel.png |
+        )");
+    }
+    void snapshotIsWrittenWhole()
+    {
+        useTheme();
+        App& t = app();
+        QTemporaryDir dir;
+        QVERIFY(writeFile(dir.filePath("old.png"), "not a picture"));
+        const QString path = dir.filePath(cell("path"));
+        t.claude = usage({ row("Sesión", 30) }, kNow);
+        QString printed;
+        QTextStream out(&printed);
+        SnapshotMode::run(t.app->store(), *t.env.defaults, path, out);
+        QCOMPARE(printed, "Snapshot: " + path + "\n");
+        QCOMPARE(t.app->store().claude().rows.size(), 1); // it waited for its refresh
+        const QImage image(path);
+        const QRgb window = QGuiApplication::palette().color(QPalette::Window).rgb();
+        QCOMPARE(image.isNull(), cell("theme").isEmpty());
+        QVERIFY(image.isNull() || (image.width() == 720 && image.pixel(0, 0) == window));
+        QVERIFY(image.isNull() || image.pixel(719, image.height() - 1) == window);
+        QQuickItem fractional; // a bottom edge half a pixel down is kept
+        fractional.setImplicitHeight(40.5);
+        QVERIFY(PanelSnapshot::render(fractional, Qt::red).height() >= 81);
+    }
+
+    // The form shows another reader's values as they are, never rewriting them.
+    void settingsFormShowsAndWrites_data()
+    {
+        table(R"(
+        | mode | interval | segment | intervalShown | choices | explanation | theme
+        used, 15     | used      | 15    | used      | 15 min | 6 | consumido (p. ej. 16 % usado).     | dark
+        remaining, 3 | remaining | 3     | remaining | 3 min  | 7 | disponible (p. ej. 84 % restante). | light
+        Used, 45     | Used      | 45    | remaining | 45 min | 7 | disponible (p. ej. 84 % restante). |
+        text         | used      | often | used      | 5 min  | 6 | consumido (p. ej. 16 % usado).     |
+        )");
+    }
+    void settingsFormShowsAndWrites()
+    {
+        useTheme();
+        App& t = app();
+        const QVariant interval
+            = cell("interval").toInt() ? QVariant(cell("interval").toInt()) : cell("interval");
+        t.env.defaults->setPercentMode(cell("mode"));
+        t.env.defaults->setValue("refreshIntervalMinutes", interval);
+        QQuickItem* form = t.open(t.app->settingsWindow());
+        render(form, "settings-general");
+        QCOMPARE(form->window()->title(), "Ajustes de Limitra");
+        QVERIFY(find(form, "segment_" + cell("segment"))->property("selected").toBool());
+        QCOMPARE(find(form, "percentExplanation")->property("label"),
+            "Se muestra el porcentaje " + cell("explanation"));
+        QTEST(find(form, "refreshInterval")->property("displayText").toString(), "intervalShown");
+        QCOMPARE(find(form, "refreshInterval")->property("count").toString(), cell("choices"));
+        QCOMPARE(t.env.defaults->value("refreshIntervalMinutes").toString(), interval.toString());
+        click(find(form, "showCodex")); // a control writes its key at once
+        QCOMPARE(platform::Defaults(t.env.defaults->filePath()).value("showCodex"), QVariant(false));
+    }
+
+    // On and off in a real folder; a refused change leaves the switch off with the error line.
+    void loginSwitchFollowsTheEntry()
+    {
+        App& t = app();
+        const QString folder = t.env.path(".config/autostart"),
+                      entry = platform::LoginItem::entryPath(folder);
+        QQuickItem* form = t.open(t.app->settingsWindow());
+        const auto on = [&] { return find(form, "launchAtLogin")->property("checked").toBool(); };
+        click(find(form, "launchAtLogin"));
+        QVERIFY(on() && readFile(entry).contains("\nExec="));
+        click(find(form, "launchAtLogin"));
+        QVERIFY(!on() && !QFileInfo::exists(entry) && !find(form, "loginError")->isVisible());
+        QVERIFY(QDir(folder).removeRecursively() && writeFile(folder, "not a folder"));
+        click(find(form, "launchAtLogin"));
+        QVERIFY(!on() && find(form, "loginError")->isVisible());
+        QCOMPARE(readFile(folder), QByteArray("not a folder"));
+    }
+
+    // A slow feed: the button waits while checking, then the outcome shows.
+    void updateCheckShowsTheOutcome_data()
+    {
+        table(R"(
+        | status | version | result | opens | theme
+        newer        | 200 | 9.9.9 | Nueva versión 9.9.9 disponible | 1 | light
+        same         | 200 |       | Tienes la versión más reciente | 0 | dark
+        server error | 500 |       | Tienes la versión más reciente | 0 |
+        )");
+    }
+    void updateCheckShowsTheOutcome()
+    {
+        useTheme();
+        App& t = app();
+        const QString version = cell("version").isEmpty() ? UpdateChecker::currentVersion() : cell("version");
+        PeerAnswer slow = answer(cell("status").toInt(),
+            QString(R"({"version":"%1","download_url":"%2"})").arg(version, kDownload).toUtf8());
+        slow.delay = std::chrono::milliseconds(600);
+        t.env.peer.on("GET", "/api/version.json", slow);
+        QQuickItem* about = t.open(t.app->settingsWindow());
+        click(find(about, "tab1"));
+        click(find(about, "checkButton"));
+        QVERIFY(find(about, "checkSpinner")->isVisible() && !find(about, "checkButton")->isEnabled());
+        render(about, "settings-about-checking");
+        click(find(about, "checkButton"));
+        QTRY_VERIFY(find(about, "updateResult")->isVisible());
+        render(about, "settings-about");
+        QTEST(textOf(find(about, "updateResult")), "result");
+        QCOMPARE(opened, cell("opens") == "1" ? QList<QUrl> { QUrl(kDownload) } : QList<QUrl> {});
+        QCOMPARE(t.env.peer.requests().size(), 1);
+    }
+
+    // The guide opens by itself at the first start.
+    void welcomeFindsEachTool_data()
+    {
+        table(R"(
+        | codex | claude | item | found | theme
+        only Codex's file       | 1 | 0 |                         | 01 |
+        only Claude Code's item | 0 | 0 | Claude Code-credentials | 10 |
+        only our own item       | 0 | 0 | Limitra.claude-oauth    | 00 | light
+        both files              | 1 | 1 |                         | 11 | dark
+        )");
+    }
+    void welcomeFindsEachTool()
+    {
+        useTheme();
+        for (const QString service : { "Claude Code-credentials", "Limitra.claude-oauth" })
+            QProcess::execute("secret-tool", { "clear", "service", service });
+        if (!cell("item").isEmpty())
+            QProcess::execute("sh",
+                { "-c", "printf {} | secret-tool store --label=x service \"$0\" account me", cell("item") });
+        App& t = app(false);
+        QVERIFY(cell("codex") == "0" || t.env.write(".codex/auth.json", "{}"));
+        QVERIFY(cell("claude") == "0" || t.env.write(".claude/.credentials.json", "")); // empty still counts
+        t.app->start();
+        QVERIFY(
+            t.app->welcomeWindow().window() && QTest::qWaitForWindowExposed(t.app->welcomeWindow().window()));
+        QQuickItem* view = t.app->welcomeWindow().window()->contentItem();
+        QVERIFY(platform::Defaults(t.env.defaults->filePath()).hasShownWelcome());
+        QTRY_VERIFY_WITH_TIMEOUT(find(view, "claudeRow")->isVisible(), 10000);
+        render(view, cell("found") == "11" ? "welcome-both" : "welcome-neither");
+        QTEST(serviceRow(view, "claudeRow") + serviceRow(view, "codexRow"), "found");
+        QCOMPARE(find(view, "neitherNote")->isVisible(), cell("found") == "00");
+    }
+
+    // From C 30 % · X 55 % left, a new record or setting reaches the host with the signals it waits for.
+    void trayFollowsRecordsAndSettings_data()
+    {
+        table(R"(
+        | key | value | label | toolTip | icon
+        new record | | 96 57 | C 96% · X 57% | C 96% · X 57% | 60
+        same step  | | 34 55 | C 34% · X 55% | C 34% · X 55% | 30
+        no data    | | -1 -1 | C – · X –     | C – · X –     | none
+        used       | percentMode  | used         | C 70% · X 45% | C 70% · X 45% | 30
+        worst      | menuBarStyle | iconAndWorst | 30%           | 30%           | 30
+        icon only  | menuBarStyle | iconOnly     |               | C 30% · X 55% | 30
+        no Claude  | showClaude   | false        | X 55%         | X 55%         | 60
+        )");
+    }
+    void trayFollowsRecordsAndSettings()
+    {
+        App& t = app();
+        t.app->start();
+        QTRY_COMPARE(registered, QStringList { t.app->tray().serviceName() });
+        QVERIFY(!t.app->welcomeWindow().window()); // not at later starts
+        for (const char* name : { "NewIcon", "NewToolTip", "XAyatanaNewLabel" })
+            hostBus().connect(
+                t.app->tray().serviceName(), {}, kItem, name, this, SLOT(onSignal(QDBusMessage)));
+        t.set(left(30), left(55));
+        QTRY_VERIFY(seen.contains("XAyatanaNewLabel|C 30% · X 55%|C 100% · X 100%"));
+        seen.clear();
+        const QStringList value = cell("value").split(' ');
+        if (cell("key").isEmpty())
+            t.set(left(value[0].toDouble()), left(value[1].toDouble()));
+        else
+            t.env.defaults->setValue(cell("key"), value[0] == "false" ? QVariant(false) : QVariant(value[0]));
+        const QVariantMap all = qdbus_cast<QVariantMap>(
+            t.call("/StatusNotifierItem", "org.freedesktop.DBus.Properties", "GetAll", { kItem })
+                .arguments()[0]);
+        QTEST(all["XAyatanaLabel"].toString(), "label");
+        QTEST(qdbus_cast<SniToolTip>(all["ToolTip"].value<QDBusArgument>()).text, "toolTip");
+        QCOMPARE(all["IconName"].toString(), "limitra-gauge-" + cell("icon") + "-symbolic");
+        QTRY_VERIFY2(
+            !seen.filter("XAyatanaNewLabel|" + cell("label") + "|").isEmpty(), qPrintable(seen.join("; ")));
+        QTest::qWait(100);
+        QCOMPARE(seen.contains("NewToolTip"), cell("toolTip") != "C 30% · X 55%");
+        QCOMPARE(seen.contains("NewIcon"), cell("icon") != "30");
+    }
+
+    // Clicks on the item and its menu, as the host sends them, and the panel's own ways to close.
+    void trayClicksAndMenuReachTheApp()
+    {
+        App& t = app();
+        t.app->start();
+        PanelWindow& panel = t.app->panel();
+        const auto menuClick = [&](int id) {
+            t.call("/MenuBar", "com.canonical.dbusmenu", "Event",
+                { id, QStringLiteral("clicked"), QVariant::fromValue(QDBusVariant(0)), 0u });
+        };
+        t.call("/StatusNotifierItem", kItem, "Activate", { 0, 0 });
+        QTRY_VERIFY(panel.isVisible());
+        QTest::keyClick(&panel, Qt::Key_Escape);
+        QVERIFY(!panel.isVisible());
+        menuClick(2);
+        QTRY_COMPARE(t.fetches, 2);
+        menuClick(1);
+        QTRY_VERIFY(panel.isVisible());
+        menuClick(3);
+        QTRY_VERIFY(t.app->settingsWindow().window() && t.app->settingsWindow().window()->isVisible());
+        // Focus elsewhere closes the panel; the click on the icon that took it does not reopen it.
+        panel.toggle({});
+        QVERIFY(QTest::qWaitForWindowActive(&panel));
+        t.app->settingsWindow().window()->requestActivate();
+        QTRY_VERIFY(!panel.isVisible());
+        panel.toggle({});
+        QVERIFY(!panel.isVisible());
+        QTest::qWait(450);
+        panel.toggle({});
+        QVERIFY(panel.isVisible());
+    }
+
+    // On a 1280 × 800 screen with a 28 px panel at the top.
+    void panelOpensBesideTheIcon_data()
+    {
+        table(R"(
+        | x | y | corner
+        top panel, middle     | 640  | 14  | 460 28
+        top panel, right edge | 1270 | 14  | 920 28
+        bottom panel          | 10   | 790 | 0 284
+        )");
+    }
+    void panelOpensBesideTheIcon()
+    {
+        const QPoint corner = PanelWindow::place(
+            { cell("x").toInt(), cell("y").toInt() }, { 360, 500 }, { 0, 28, 1280, 772 });
+        QTEST(QString("%1 %2").arg(corner.x()).arg(corner.y()), "corner");
+    }
+
+    // A second start asks the first to show its panel and leaves.
+    void secondStartShowsTheFirstOnesPanel()
+    {
+        SingleInstance first;
+        QVERIFY(first.claim());
+        QSignalSpy shown(&first, &SingleInstance::showPanelRequested);
+        QProcess second;
+        second.setEnvironment(QProcess::systemEnvironment() << "LIMITRA_SECOND_START=1");
+        second.start(QCoreApplication::applicationFilePath(), {});
+        QTRY_VERIFY_WITH_TIMEOUT(second.state() == QProcess::NotRunning, 10000);
+        QCOMPARE(second.exitCode(), 3);
+        QCOMPARE(shown.size(), 1);
+    }
+};
+
+int main(int argc, char** argv)
+{
+    QApplication app(argc, argv);
+    if (qEnvironmentVariableIsSet("LIMITRA_SECOND_START"))
+        return SingleInstance().claim() ? 0 : 3;
+    TestGui test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_gui.moc"
