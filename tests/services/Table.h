@@ -7,8 +7,7 @@
 
 namespace limitra::test {
 
-// One QTest row per non-blank line of `table`: a name, then the fields, separated by '|' and trimmed.
-// A test reads them with QFETCH(QStringList, f).
+// A QTest row per line of `table`: a name, then fields, split at '|'; read with QFETCH(QStringList, f).
 inline void addTableRows(QStringView table)
 {
     QTest::addColumn<QStringList>("f");
@@ -20,8 +19,7 @@ inline void addTableRows(QStringView table)
     }
 }
 
-// Answers one path with these statuses (space separated, "drop" or "hang" for a transport failure)
-// in order, each with `body`; the last one repeats.
+// Answers a path with these statuses in turn ("drop", "hang": no answer), each with `body`.
 inline void script(FakePeer& peer, const QByteArray& method, const QByteArray& path, const QString& statuses,
     const QByteArray& body)
 {

@@ -30,23 +30,20 @@ std::optional<QByteArray> run(const QStringList& command, const QByteArray& inpu
         return std::nullopt;
     return p.readAllStandardOutput();
 }
-// An empty account stores the item without that attribute.
-bool store(const QString& service, const QString& account, const QByteArray& data, const QString& extra = {})
+bool store(const QString& service, const QString& account, const QByteArray& data)
 {
-    QStringList args { "secret-tool", "store", "--label=other", "service", service };
-    args << (account.isEmpty() ? QStringList() : QStringList { "account", account });
-    return run(args + extra.split(u' ', Qt::SkipEmptyParts), data).has_value();
+    return run({ "secret-tool", "store", "--label=other", "service", service, "account", account }, data).has_value();
 }
 QByteArray lookup(const QString& service, const QString& account)
 {
     return run({ "secret-tool", "lookup", "service", service, "account", account }).value_or("-");
 }
+// Items of a service, locked ones included, or with method "Lock" the login collection locked.
 std::optional<QByteArray> callService(const QString& method, const QString& argument)
 {
     return run({ "gdbus", "call", "--session", "--dest", "org.freedesktop.secrets", "--object-path",
         "/org/freedesktop/secrets", "--method", "org.freedesktop.Secret.Service." + method, argument });
 }
-// Items of a service, locked ones included.
 qsizetype count(const QString& service)
 {
     static const QRegularExpression item(QStringLiteral("'/org/freedesktop/secrets/collection/[^']+'"));
@@ -86,41 +83,8 @@ private Q_SLOTS:
     }
     void cleanup() { t.reset(); }
 
-    // name | account of the item another client stored ("-": none, "": no account) | its other attributes
-    //      | whether writing under "ñandú" is verified | whether the upsert succeeds
-    void secretItemsAreSharedWithOtherClients_data()
-    {
-        addTableRows(uR"(
-no item        | -     |                                   | 0 | 1
-same account   | ñandú |                                   | 1 | 1
-other account  | them  |                                   | 0 | 0
-other schema   | ñandú | xdg:schema com.example.Other      | 1 | 1
-no account     |       |                                   | 0 | 0)");
-    }
-    void secretItemsAreSharedWithOtherClients()
-    {
-        QFETCH(QStringList, f);
-        const QByteArray old = "{\"k\":\"ñ €\"}";
-        const bool stored = f[0] != u"-";
-        QVERIFY(store(kCode, "unrelated", "other service"));
-        QVERIFY(!stored || store(kOwn, f[0], old, f[1]));
-        const auto item = KeychainHelper::read(secrets(), kOwn);
-        QCOMPARE(item ? item->account + u'=' + QString::fromUtf8(item->data) : u"-"_s,
-            stored ? f[0] + u'=' + QString::fromUtf8(old) : u"-"_s);
-
-        QCOMPARE(KeychainHelper::saveVerified(secrets(), kOwn, u"ñandú"_s, "new"), f[2] == u"1");
-        QCOMPARE(count(kOwn), stored ? 1 : 0);
-        QCOMPARE(KeychainHelper::upsertOwn(secrets(), kOwn, u"ñandú"_s, "newer"), f[3] == u"1");
-        QCOMPARE(count(kOwn), 1);
-        if (f[0] != u"")
-            QCOMPARE(lookup(kOwn, stored ? f[0] : u"ñandú"_s), f[3] == u"1" ? QByteArray("newer") : old);
-        QCOMPARE(lookup(kCode, "unrelated"), QByteArray("other service"));
-    }
-
     // name | usage answer | rows
-    void rowsFollowTheAnswer_data()
-    {
-        addTableRows(uR"(
+    void rowsFollowTheAnswer_data() { addTableRows(uR"(
 limits in order, then extra credits | {"limits":[{"kind":"session","percent":12.5,"resets_at":"2025-03-01T12:34:56.789Z"},{"kind":"weekly_all","percent":40,"resets_at":"2025-03-01"},{"kind":"weekly_scoped","percent":3,"scope":{"model":{"display_name":"Opus"}}},{"kind":"weekly_scoped","percent":4,"scope":{"model":{"display_name":7}}},{"kind":"opus","percent":1e308},{"kind":"x","percent":-1e19},{"percent":"9","resets_at":5}],"five_hour":{"utilization":99},"spend":{"enabled":true,"used":{"amount_minor":1250},"limit":{"amount_minor":5000}}} | claude-session-Sesión de 5 h, Sesión de 5 h, 12.5, 1740832496.789, -; claude-weekly_all-Semanal · Todos los modelos, Semanal · Todos los modelos, 40, -, -; claude-weekly_scoped-Semanal · Opus, Semanal · Opus, 3, -, -; claude-weekly_scoped-Semanal · Modelo, Semanal · Modelo, 4, -, -; claude--, , 0, -, -; claude-extra, Créditos extra, 25, -, $12.50 / $50.00 USD
 windows, session first | {"seven_day":{"utilization":7.25,"resets_at":"bad"},"five_hour":{"resets_at":"2025-03-01T12:34:56Z"}} | claude-5h, Sesión de 5 h, 0, 1740832496, -; claude-7d, Semanal · Todos los modelos, 7.25, -, -
 empty limits hide the windows | {"limits":[],"five_hour":{"utilization":50}} |
@@ -129,8 +93,7 @@ window beyond the model | {"five_hour":{"utilization":1e308}} |
 credits: limit of zero | {"spend":{"enabled":true,"percent":30,"used":{"amount_minor":1},"limit":{"amount_minor":0}}} |
 credits: percent given | {"spend":{"enabled":true,"percent":30,"used":{"amount_minor":1,"exponent":0},"limit":{"amount_minor":2}}} | claude-extra, Créditos extra, 30, -, $1.00 / $2.00 USD
 credits: disabled | {"spend":{"enabled":false,"used":{"amount_minor":1},"limit":{"amount_minor":2}}} |
-credits: no finite dollars | {"spend":{"enabled":true,"used":{"amount_minor":1,"exponent":-400},"limit":{"amount_minor":2}}} |)");
-    }
+credits: no finite dollars | {"spend":{"enabled":true,"used":{"amount_minor":1,"exponent":-400},"limit":{"amount_minor":2}}} |)"); }
     void rowsFollowTheAnswer()
     {
         QFETCH(QStringList, f);
@@ -141,9 +104,7 @@ credits: no finite dollars | {"spend":{"enabled":true,"used":{"amount_minor":1,"
 
     // name | Claude Code's item | own item | file | token statuses | usage statuses | refresh tokens sent
     //      | access tokens sent | error: HTTP status, "expired" or "none" | plan badge
-    void fetchRefreshesInOrderAndReports_data()
-    {
-        addTableRows(uR"(
+    void fetchRefreshesInOrderAndReports_data() { addTableRows(uR"(
 fresh stored token       | -              | -             | file 1 max   |       | 200 | | stored | | Max
 token at the edge        | -              | -             | file 0       | 200   | 200 | file | renewed | | Pro
 latest first, its plan   | code -3000 max | own -1000 team | file -2000  | 400 200 | 200 | own file | renewed | | Team
@@ -159,8 +120,7 @@ six refreshes at most    | code -20       | own -10       | file -30     | 400 4
 token endpoint hangs     | -              | -             | file -9      | hang  |     | file | | expired | Pro
 usage server error       | -              | -             | file 1       |       | 503 | | stored | 503 | Pro
 usage dropped            | -              | -             | file 1       |       | drop | | stored | 0 | Pro
-usage hangs              | -              | -             | file 1       |       | hang | | stored | 0 | Pro)");
-    }
+usage hangs              | -              | -             | file 1       |       | hang | | stored | 0 | Pro)"); }
     void fetchRefreshesInOrderAndReports()
     {
         QFETCH(QStringList, f);
@@ -170,11 +130,7 @@ usage hangs              | -              | -             | file 1       |      
         }
         script(t->peer, "POST", kTokenPath, f[3], kRenewed);
         script(t->peer, "GET", kUsagePath, f[4], R"({"five_hour":{"utilization":10},"seven_day":{}})");
-
-        QElapsedTimer timer;
-        timer.start();
         const ServiceUsage usage = ClaudeProvider::fetch(t->env);
-        QVERIFY2(timer.elapsed() < 5000, qPrintable(QString::number(timer.elapsed())));
         const QString error = f[7] == u"none" ? u"Sin credenciales de Claude Code. Abre `claude` en la Terminal e inicia sesión (/login)."_s
             : f[7] == u"expired" ? u"Sesión de Claude Code expirada. Abre `claude` en la Terminal, ejecuta /login y luego pulsa ↻ aquí."_s
             : f[7].isEmpty() ? QString() : QStringLiteral("No pude consultar el uso de Claude (HTTP %1).").arg(f[7]);
@@ -182,7 +138,6 @@ usage hangs              | -              | -             | file 1       |      
         QCOMPARE(usage.planBadgeOrEmpty(), f[8]);
         QCOMPARE(usage.rows.size(), error.isEmpty() ? 2 : 0);
         QCOMPARE(usage.updatedAt, error.isEmpty() ? std::optional(kNow) : std::nullopt);
-
         QByteArrayList spent, bearers;
         for (const auto& r : t->peer.requests("POST", kTokenPath)) {
             QCOMPARE(r.header("content-type"), QByteArray("application/x-www-form-urlencoded"));
@@ -202,14 +157,11 @@ usage hangs              | -              | -             | file 1       |      
     }
 
     // name | the places that hold the expired session; Claude Code's folder exists in every case.
-    void refreshedSessionIsWrittenWhereOneWas_data()
-    {
-        addTableRows(uR"(
+    void refreshedSessionIsWrittenWhereOneWas_data() { addTableRows(uR"(
 Claude Code's item only | code
 file only               | file
 own item and file       | own file
-everywhere              | code own file)");
-    }
+everywhere              | code own file)"); }
     void refreshedSessionIsWrittenWhereOneWas()
     {
         QFETCH(QStringList, f);
@@ -223,7 +175,6 @@ everywhere              | code own file)");
         t->peer.on("POST", kTokenPath, answer(200, kRenewed));
         t->peer.on("GET", kUsagePath, answer(200, "{}"));
         QCOMPARE(ClaudeProvider::fetch(t->env).errorOrEmpty(), QString());
-
         const QByteArray renewed = R"({"big":12345678901234567,"claudeAiOauth":{"accessToken":"renewed",)"
                                    R"("expiresAt":1732003600000,"n":[1,2.5,null],"refreshToken":"new",)"
                                    R"("subscriptionType":"max"},"source":"x"})";
@@ -233,6 +184,8 @@ everywhere              | code own file)");
         QCOMPARE(lookup(kOwn, "oauth"), renewed);
         QCOMPARE(count(kCode), code ? 1 : 0);
         QCOMPARE(count(kOwn), 1);
+        // A write under an account the item does not have is dropped by the store, and so not verified.
+        QVERIFY(!KeychainHelper::saveVerified(secrets(), kOwn, u"claude-user"_s, "x"));
     }
 
     // Last: the collection stays locked, since unlocking would need a prompt.
@@ -246,7 +199,6 @@ everywhere              | code own file)");
         QVERIFY(!KeychainHelper::saveVerified(secrets(), kOwn, u"me"_s, "x"));
         QVERIFY(!KeychainHelper::upsertOwn(secrets(), kCode, u"me"_s, "x"));
         QVERIFY2(timer.elapsed() < 1000, qPrintable(QString::number(timer.elapsed())));
-        QCOMPARE(count(kOwn), 1);
         QCOMPARE(count(kCode), 0);
     }
 };

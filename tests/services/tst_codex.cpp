@@ -36,9 +36,7 @@ private Q_SLOTS:
 
     // name | the "rate_limit" member | rows. A window is named by its length: a session up to six hours,
     // whole hours beyond, a week from six days; by its place when it has no usable length.
-    void rowsFromAnswer_data()
-    {
-        addTableRows(uR"(
+    void rowsFromAnswer_data() { addTableRows(uR"(
 six hours is a session; reset_at wins | {"primary_window":{"limit_window_seconds":0.5,"reset_at":0,"reset_after_seconds":5},"secondary_window":{"limit_window_seconds":21600}} | codex-primary_window, Sesión de 5 h, 0, 0, -; codex-secondary_window, Sesión de 5 h, 0, -, -
 hours above six; relative reset | {"primary_window":{"limit_window_seconds":21600.5,"reset_at":"soon","reset_after_seconds":30.5},"secondary_window":{"limit_window_seconds":30000}} | codex-primary_window, Ventana de 6 h, 0, 1740832527.289, -; codex-secondary_window, Ventana de 8 h, 0, -, -
 six days is a week | {"primary_window":{"limit_window_seconds":518399,"reset_at":null,"reset_after_seconds":"1"},"secondary_window":{"limit_window_seconds":518400}} | codex-primary_window, Ventana de 143 h, 0, -, -; codex-secondary_window, Semanal, 0, -, -
@@ -46,8 +44,7 @@ no usable length | {"primary_window":{"used_percent":120,"limit_window_seconds":
 primary not an object | {"primary_window":[1],"secondary_window":{"used_percent":-5,"limit_window_seconds":"9"}} | codex-secondary_window, Ventana secundaria, -5, -, -
 numbers beyond the model | {"primary_window":{"used_percent":1e308},"secondary_window":{"used_percent":3,"reset_at":-1e300}} | codex-secondary_window, Ventana secundaria, 3, -, -
 relative reset beyond the model | {"primary_window":{"used_percent":-9e18,"reset_after_seconds":1e19}} | codex-primary_window, Ventana principal, -9e+18, -, -
-rate_limit not an object | [{"primary_window":{}}] |)");
-    }
+rate_limit not an object | [{"primary_window":{}}] |)"); }
     void rowsFromAnswer()
     {
         QFETCH(QStringList, f);
@@ -59,23 +56,15 @@ rate_limit not an object | [{"primary_window":{}}] |)");
     // name | auth.json ("full", "-" none, "dir", "nesting" 10 MB of '[') | usage statuses | token status
     //      | token answer | requests: "bearer account" or "refresh token" | error: HTTP status or "none"
     //      | the tokens written back ("all" new, "access" only) or unchanged
-    void fetchRefreshesOnceAndReports_data()
-    {
-        addTableRows(uR"(
+    void fetchRefreshesOnceAndReports_data() { addTableRows(uR"(
 good answer         | full | 200 | | | at-1 acc-1 | |
 no account          | {"tokens":{"access_token":"at-1"}} | 200 | | | at-1 - | |
-account not text    | {"tokens":{"access_token":"at-1","account_id":42}} | 200 | | | at-1 - | |
 account line break  | {"tokens":{"access_token":"at-1","account_id":"a\r\nX-Evil: 1"}} | 200 | | | at-1 - | |
 server error        | full | 500 | | | at-1 acc-1 | 500 |
-redirect            | full | 302 | | | at-1 acc-1 | 302 |
-dropped             | full | drop | | | at-1 acc-1 | 0 |
 never answers       | full | hang | | | at-1 acc-1 | 0 |
 no file             | - | 200 | | | | none |
 a directory         | dir | 200 | | | | none |
 deep nesting        | nesting | 200 | | | | none |
-an array            | [{"tokens":{"access_token":"a"}}] | 200 | | | | none |
-tokens not object   | {"tokens":"a"} | 200 | | | | none |
-access token number | {"tokens":{"access_token":1}} | 200 | | | | none |
 access line break   | {"tokens":{"access_token":"a\r\nX-Evil: 1"}} | 200 | | | | none |
 access with a NUL   | {"tokens":{"access_token":"a\u0000b"}} | 200 | | | | none |
 401 refreshed       | full | 401 200 | 200 | {"access_token":"at-2","refresh_token":"rt-2","id_token":"id-2","expires_in":60} | at-1 acc-1; rt-1; at-2 acc-1 | | all
@@ -87,13 +76,10 @@ refresh refused     | full | 401 | 400 | {"error":"invalid_grant"} | at-1 acc-1;
 refresh 201         | full | 403 | 201 | {"access_token":"at-2"} | at-1 acc-1; rt-1 | 403 |
 refresh not JSON    | full | 401 | 200 | <html> | at-1 acc-1; rt-1 | 401 |
 no access token     | full | 403 | 200 | {"refresh_token":"rt-2"} | at-1 acc-1; rt-1 | 403 |
-refresh dropped     | full | 403 | drop | | at-1 acc-1; rt-1 | 403 |
 refresh hangs       | full | 401 | hang | | at-1 acc-1; rt-1 | 401 |
 new access bad      | full | 401 | 200 | {"access_token":"at-2\r\nX-Evil: 1"} | at-1 acc-1; rt-1 | 401 |
-new refresh bad     | full | 401 | 200 | {"access_token":"at-2","refresh_token":"r\u0000"} | at-1 acc-1; rt-1 | 401 |
 new id bad          | full | 403 | 200 | {"access_token":"at-2","id_token":"i\u001bd"} | at-1 acc-1; rt-1 | 403 |
-nothing to refresh  | {"tokens":{"access_token":"at-1"}} | 401 | 200 | {"access_token":"at-2"} | at-1 - | 401 |)");
-    }
+nothing to refresh  | {"tokens":{"access_token":"at-1"}} | 401 | 200 | {"access_token":"at-2"} | at-1 - | 401 |)"); }
     void fetchRefreshesOnceAndReports()
     {
         QFETCH(QStringList, f);
@@ -106,7 +92,6 @@ nothing to refresh  | {"tokens":{"access_token":"at-1"}} | 401 | 200 | {"access_
         QVERIFY(!file || t->write(kAuthFile, auth));
         script(t->peer, "GET", kUsagePath, f[1], kAnswer);
         script(t->peer, "POST", kTokenPath, f[2], f[3].toUtf8());
-
         QElapsedTimer timer;
         timer.start();
         const ServiceUsage usage = CodexProvider::fetch(t->env);
@@ -119,7 +104,6 @@ nothing to refresh  | {"tokens":{"access_token":"at-1"}} | 401 | 200 | {"access_
         QCOMPARE(usage.updatedAt, error.isEmpty() ? std::optional(kNow) : std::nullopt);
         QCOMPARE(rowsText(usage.rows), error.isEmpty() ? u"codex-primary_window, Sesión de 5 h, 42.5, 1740840000.25, -; "
                                        "codex-secondary_window, Semanal, 7, 1740918896.789, -"_s : QString());
-
         QStringList trace;
         for (const auto& r : t->peer.requests()) {
             if (r.method == "POST") {
@@ -138,7 +122,6 @@ nothing to refresh  | {"tokens":{"access_token":"at-1"}} | 401 | 200 | {"access_
             trace << QString::fromUtf8(r.header("authorization").mid(7) + ' ' + (r.hasHeader("chatgpt-account-id") ? r.header("chatgpt-account-id") : "-"));
         }
         QCOMPARE(trace.join(u"; "), f[4]);
-
         const QByteArray written = t->read(kAuthFile);
         if (f[6].isEmpty()) {
             QCOMPARE(written, auth);
