@@ -48,8 +48,8 @@ tests_for() {
     case $1 in
         model) echo "tst_model|tst_platform|tst_store|tst_panel|tst_entry|tst_checkjourneys|tst_snapshotjourneys" ;;
         platform) echo "tst_platform|tst_keychainoffline|tst_claude|tst_codex|tst_updatechecker|tst_entry|$e2e" ;;
-        services/claude) echo "tst_claude|tst_keychainoffline|tst_entry|tst_checkjourneys|tst_checkwriteback|tst_checkfreshuser" ;;
-        services/codex) echo "tst_codex|tst_entry|tst_checkjourneys|tst_checkwriteback|tst_checkfreshuser" ;;
+        services/claude) echo "tst_services|tst_keychainoffline|tst_entry|tst_checkjourneys|tst_checkwriteback|tst_checkfreshuser" ;;
+        services/codex) echo "tst_services|tst_entry|tst_checkjourneys|tst_checkwriteback|tst_checkfreshuser" ;;
         update) echo "tst_updatechecker|tst_store|tst_panel|tst_entry|tst_checkjourneys|tst_snapshotjourneys" ;;
         store) echo "tst_store|tst_panel|tst_entry|$e2e" ;;
         ui) echo "tst_panel|tst_entry|tst_snapshotjourneys" ;;
