@@ -91,11 +91,11 @@ qsizetype count(const QString& service)
 
 // "-": none; JSON as it is; else "name offset [plan [access token]]": a session whose refresh token is
 // `name`, expiring `offset` ms after the last moment at which a stored token is refreshed.
-QByteArray session(const QString& spec)
+QByteArray session(const QString& cell)
 {
-    if (spec == u"-" || spec.startsWith(u'{') || spec.startsWith(u'['))
-        return spec == u"-" ? QByteArray() : spec.toUtf8();
-    const QStringList w = spec.split(u' ') + QStringList { "", "pro", "stored" }.mid(spec.count(u' '));
+    if (cell == u"-" || cell.startsWith(u'{') || cell.startsWith(u'['))
+        return cell == u"-" ? QByteArray() : cell.toUtf8();
+    const QStringList w = cell.split(u' ') + QStringList { "", "pro", "stored" }.mid(cell.count(u' '));
     return QStringLiteral(R"({"source":"%1","claudeAiOauth":{"refreshToken":"%1","expiresAt":%2,)"
                           R"("subscriptionType":"%3","accessToken":"%4"}})")
         .arg(w[0], QString::number(kNow * 1000 + 300000 + w[1].toDouble(), 'f', 0), w[2], w[3])
