@@ -1,0 +1,325 @@
+#include "platform/Json.h"
+#include "platform/LibsecretStore.h"
+#include "services/claude/ClaudeProvider.h"
+#include "services/claude/KeychainHelper.h"
+#include "services/codex/CodexProvider.h"
+#include "support/TestEnv.h"
+
+#include <QDir>
+#include <QJsonDocument>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTest>
+
+using namespace limitra;
+using namespace limitra::test;
+using namespace Qt::StringLiterals;
+
+namespace {
+// A QTest row per line of `table`: a name, then fields, split at '|'; read with QFETCH(QStringList, f).
+void addTableRows(QStringView table)
+{
+    QTest::addColumn<QStringList>("f");
+    for (const QStringView line : table.split(u'\n', Qt::SkipEmptyParts)) {
+        QStringList f;
+        for (const QStringView field : line.split(u'|'))
+            f << field.trimmed().toString();
+        QTest::newRow(qPrintable(f.takeFirst())) << f;
+    }
+}
+
+// Answers a path with these statuses in turn ("drop", "hang": no answer), each with `body`.
+void script(FakePeer& peer, const QByteArray& method, const QByteArray& path, const QString& statuses,
+    const QByteArray& body)
+{
+    QList<PeerAnswer> answers;
+    for (const QString& s : statuses.split(u' ', Qt::SkipEmptyParts))
+        answers << answer(s == u"drop" ? kDrop : s == u"hang" ? kHang : s.toInt(), body);
+    peer.onSequence(method, path, answers);
+}
+
+// Rows on one line: "id, title, used, resets, detail; ...".
+QString rowsText(const QList<LimitRow>& rows)
+{
+    return describe(rows).replace(QStringLiteral(" | "), QStringLiteral(", ")).replace(u'\n', QStringLiteral("; "));
+}
+
+constexpr double kNow = 1732000000.0, kCodexNow = 1740832496.789; // Codex runs on 2025-03-01T12:34:56.789Z
+const QString kCode = QString(ClaudeProvider::claudeCodeService), kOwn = QString(ClaudeProvider::ownService);
+const QString kFile = QString(ClaudeProvider::credentialsFile);
+const QByteArray kUsagePath = "/api/oauth/usage", kTokenPath = "/v1/oauth/token";
+const QByteArray kRenewed = R"({"access_token":"renewed","refresh_token":"new","expires_in":3600})";
+const QByteArray kCodexUsagePath = "/backend-api/wham/usage", kCodexTokenPath = "/oauth/token";
+const QString kAuthFile = QStringLiteral(".codex/auth.json");
+const QByteArray kAuth = R"({"tokens":{"refresh_token":"rt-1","access_token":"at-1","id_token":"id-1",)"
+                         R"("account_id":"acc-1","zz":{"list":[1,2.5,"x",null,true]}},)"
+                         R"("OPENAI_API_KEY":null,"last_refresh":"2024-01-01T00:00:00Z",)"
+                         R"("counter":12345678901234567,"nested":{"b":{"deep":3},"a":false}})";
+const QByteArray kAnswer = R"({"plan_type":"plus","rate_limit":{
+    "primary_window":{"used_percent":42.5,"limit_window_seconds":18000,"reset_at":1740840000.25},
+    "secondary_window":{"used_percent":7,"limit_window_seconds":604800,"reset_after_seconds":86400}}})";
+
+// Another client of the private keyring of with-keyring.sh: its output, or nothing when it failed.
+std::optional<QByteArray> run(const QStringList& command, const QByteArray& input = {})
+{
+    QProcess p;
+    p.start(command.first(), command.mid(1));
+    p.write(input);
+    p.closeWriteChannel();
+    if (!p.waitForFinished(10000) || p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0)
+        return std::nullopt;
+    return p.readAllStandardOutput();
+}
+bool store(const QString& service, const QString& account, const QByteArray& data)
+{
+    return run({ "secret-tool", "store", "--label=other", "service", service, "account", account }, data).has_value();
+}
+QByteArray lookup(const QString& service, const QString& account)
+{
+    return run({ "secret-tool", "lookup", "service", service, "account", account }).value_or("-");
+}
+const QStringList kSecretService { "gdbus", "call", "--session", "--dest", "org.freedesktop.secrets",
+    "--object-path", "/org/freedesktop/secrets", "--method" };
+// Items of a service, locked ones included.
+qsizetype count(const QString& service)
+{
+    static const QRegularExpression item(QStringLiteral("'/org/freedesktop/secrets/collection/[^']+'"));
+    const auto out = run(kSecretService
+        + QStringList { "org.freedesktop.Secret.Service.SearchItems", "{'service': '" + service + "'}" });
+    return QString::fromUtf8(out.value_or("")).count(item);
+}
+
+// "-": none; JSON as it is; else "name offset [plan [access token]]": a session whose refresh token is
+// `name`, expiring `offset` ms after the last moment at which a stored token is refreshed.
+QByteArray session(const QString& cell)
+{
+    if (cell == u"-" || cell.startsWith(u'{') || cell.startsWith(u'['))
+        return cell == u"-" ? QByteArray() : cell.toUtf8();
+    const QStringList w = cell.split(u' ') + QStringList { "", "pro", "stored" }.mid(cell.count(u' '));
+    return QStringLiteral(R"({"source":"%1","claudeAiOauth":{"refreshToken":"%1","expiresAt":%2,)"
+                          R"("subscriptionType":"%3","accessToken":"%4"}})")
+        .arg(w[0], QString::number(kNow * 1000 + 300000 + w[1].toDouble(), 'f', 0), w[2], w[3])
+        .toUtf8();
+}
+QByteArray canonical(const QByteArray& json) { return QJsonDocument::fromJson(json).toJson(QJsonDocument::Compact); }
+} // namespace
+
+class TestServices : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<TestEnv> t;
+    platform::SecretStore& secrets() const { return *t->env.secrets; }
+
+private Q_SLOTS:
+    void initTestCase() { QVERIFY2(qEnvironmentVariableIsSet("LIMITRA_PRIVATE_KEYRING"), "use with-keyring.sh"); }
+    void init()
+    {
+        t = std::make_unique<TestEnv>(kNow, std::chrono::milliseconds(300));
+        t->env.secrets = std::make_shared<platform::LibsecretStore>();
+        for (const QString& service : { kCode, kOwn })
+            run({ "secret-tool", "clear", "service", service });
+    }
+    void cleanup() { t.reset(); }
+    // name | Claude Code's item | own item | file | token statuses | usage statuses | refresh tokens sent
+    //      | access tokens sent | error: HTTP status, "expired" or "none" | plan badge
+    void fetchRefreshesInOrderAndReports_data() { addTableRows(uR"(
+fresh stored token       | -              | -             | file 1 max   |       | 200 | | stored | | Max
+token at the edge        | -              | -             | file 0       | 200   | 200 | file | renewed | | Pro
+latest first, its plan   | code -3000 max | own -1000 team | file -2000  | 400 200 | 200 | own file | renewed | | Team
+ties keep reading order  | code -7        | own -7        | file -7      | 500   |     | code own file | | expired | Pro
+token with a line break  | -              | -             | file 5 pro a\r\nX-Evil:1 | 200 | 200 | file | renewed | | Pro
+unusable sessions skipped | {"claudeAiOauth":{"accessToken":"a","expiresAt":9e15}} | {"claudeAiOauth":{"refreshToken":"r\r\nX: y","expiresAt":9e15}} | file -1 max | 200 | 200 | file | renewed | | Max
+no usable session        | {not json      | [{"claudeAiOauth":{"refreshToken":"r"}}] | {"claudeAiOauth":{"refreshToken":5}} | 200 | 200 | | | none |
+form-encoded refresh     | -              | -             | {"claudeAiOauth":{"refreshToken":"ab-c_d.e~f+/=&%ñú Δ9é k🔑"}} | 400 | | ab%2Dc%5Fd%2Ee%7Ef%2B%2F%3D%26%25ñú%20Δ9é%20k%F0%9F%94%91 | | expired |
+401 retries, reloaded    | -              | -             | file -9      | 200   | 401 200 | file new | renewed renewed | | Pro
+second 401 is reported   | -              | -             | file 1       | 200   | 401 | file | stored renewed | 401 | Pro
+403 is not refreshed     | -              | -             | file 1       | 200   | 403 | | stored | 403 | Pro
+six refreshes at most    | code -20       | own -10       | file -30     | 400 400 200 400 | 401 | own code file new new new | renewed | 401 | Pro
+token endpoint hangs     | -              | -             | file -9      | hang  |     | file | | expired | Pro
+usage server error       | -              | -             | file 1       |       | 503 | | stored | 503 | Pro
+usage dropped            | -              | -             | file 1       |       | drop | | stored | 0 | Pro
+usage hangs              | -              | -             | file 1       |       | hang | | stored | 0 | Pro)"); }
+    void fetchRefreshesInOrderAndReports()
+    {
+        QFETCH(QStringList, f);
+        for (int i = 0; i < 3; ++i) {
+            const QByteArray doc = session(f[i]);
+            QVERIFY(doc.isEmpty() || (i == 2 ? t->write(kFile, doc) : store(i ? kOwn : kCode, i ? "oauth" : "x", doc)));
+        }
+        script(t->peer, "POST", kTokenPath, f[3], kRenewed);
+        script(t->peer, "GET", kUsagePath, f[4], R"({"five_hour":{"utilization":10},"seven_day":{}})");
+        const ServiceUsage usage = ClaudeProvider::fetch(t->env);
+        const QString error = f[7] == u"none" ? u"Sin credenciales de Claude Code. Abre `claude` en la Terminal e inicia sesión (/login)."_s
+            : f[7] == u"expired" ? u"Sesión de Claude Code expirada. Abre `claude` en la Terminal, ejecuta /login y luego pulsa ↻ aquí."_s
+            : f[7].isEmpty() ? QString() : QStringLiteral("No pude consultar el uso de Claude (HTTP %1).").arg(f[7]);
+        QCOMPARE(usage.errorOrEmpty(), error);
+        QCOMPARE(usage.planBadgeOrEmpty(), f[8]);
+        QCOMPARE(usage.rows.size(), error.isEmpty() ? 2 : 0);
+        QCOMPARE(usage.updatedAt, error.isEmpty() ? std::optional(kNow) : std::nullopt);
+        QByteArrayList spent, bearers;
+        for (const auto& r : t->peer.requests("POST", kTokenPath)) {
+            QCOMPARE(r.header("content-type"), QByteArray("application/x-www-form-urlencoded"));
+            QVERIFY2(r.body.startsWith("grant_type=refresh_token&refresh_token=")
+                    && r.body.endsWith("&client_id=3f6a2b1c-7d4e-4a9b-8c2d-1e5f6a7b8c9d"),
+                r.body.constData());
+            spent << r.body.split('&').value(1).mid(14);
+        }
+        for (const auto& r : t->peer.requests("GET", kUsagePath)) {
+            QCOMPARE(r.header("anthropic-beta"), QByteArray("oauth-2025-04-20"));
+            bearers << r.header("authorization").mid(7);
+            for (const auto& [name, value] : r.headers)
+                QVERIFY2(QByteArrayList({ "host", "accept", "authorization", "anthropic-beta" }).contains(name), name);
+        }
+        QCOMPARE(QString::fromUtf8(spent.join(' ')), f[5]);
+        QCOMPARE(QString::fromUtf8(bearers.join(' ')), f[6]);
+    }
+    // name | the places that hold the expired session; Claude Code's folder exists in every case.
+    void refreshedSessionIsWrittenWhereOneWas_data() { addTableRows(u"code | code\nfile | file\nown file | own file\neverywhere | code own file"); }
+    void refreshedSessionIsWrittenWhereOneWas()
+    {
+        QFETCH(QStringList, f);
+        const bool code = f[0].contains(u"code"), file = f[0].contains(u"file");
+        const QByteArray old = R"({"source":"x","big":12345678901234567,"claudeAiOauth":{"refreshToken":"rt",)"
+                               R"("expiresAt":5,"subscriptionType":"max","n":[1,2.5,null]}})";
+        QVERIFY(t->write(".claude/settings.json", "{}"));
+        QVERIFY(!code || store(kCode, "claude-user", old));
+        QVERIFY(!f[0].contains(u"own") || store(kOwn, "oauth", old));
+        QVERIFY(!file || t->write(kFile, old));
+        t->peer.on("POST", kTokenPath, answer(200, kRenewed));
+        t->peer.on("GET", kUsagePath, answer(200, "{}"));
+        QCOMPARE(ClaudeProvider::fetch(t->env).errorOrEmpty(), QString());
+        const QByteArray renewed = R"({"big":12345678901234567,"claudeAiOauth":{"accessToken":"renewed",)"
+                                   R"("expiresAt":1732003600000,"n":[1,2.5,null],"refreshToken":"new",)"
+                                   R"("subscriptionType":"max"},"source":"x"})";
+        QCOMPARE(lookup(kCode, "claude-user"), code ? renewed : QByteArray("-"));
+        QCOMPARE(t->read(kFile), file ? renewed : QByteArray());
+        QVERIFY(!file || modeOf(t->path(kFile)) == 0600);
+        QCOMPARE(lookup(kOwn, "oauth"), renewed);
+        QCOMPARE(count(kCode), code ? 1 : 0);
+        QCOMPARE(count(kOwn), 1);
+        // A write under an account the item does not have is dropped by the store, and so not verified.
+        QVERIFY(!KeychainHelper::saveVerified(secrets(), kOwn, u"claude-user"_s, "x"));
+    }
+
+    // name | service | usage answer | rows. Codex names a window by its length: a session up to six hours,
+    // whole hours beyond, a week from six days; by its place when it has no usable length.
+    void rowsFollowTheAnswer_data() { addTableRows(uR"(
+limits in order, then extra credits | claude | {"limits":[{"kind":"session","percent":12.5,"resets_at":"2025-03-01T12:34:56.789Z"},{"kind":"weekly_all","percent":40,"resets_at":"2025-03-01"},{"kind":"weekly_scoped","percent":3,"scope":{"model":{"display_name":"Opus"}}},{"kind":"weekly_scoped","percent":4,"scope":{"model":{"display_name":7}}},{"kind":"opus","percent":1e308},{"kind":"x","percent":-1e19},{"percent":"9","resets_at":5}],"five_hour":{"utilization":99},"spend":{"enabled":true,"used":{"amount_minor":1250},"limit":{"amount_minor":5000}}} | claude-session-Sesión de 5 h, Sesión de 5 h, 12.5, 1740832496.789, -; claude-weekly_all-Semanal · Todos los modelos, Semanal · Todos los modelos, 40, -, -; claude-weekly_scoped-Semanal · Opus, Semanal · Opus, 3, -, -; claude-weekly_scoped-Semanal · Modelo, Semanal · Modelo, 4, -, -; claude--, , 0, -, -; claude-extra, Créditos extra, 25, -, $12.50 / $50.00 USD
+windows, session first | claude | {"seven_day":{"utilization":7.25,"resets_at":"bad"},"five_hour":{"resets_at":"2025-03-01T12:34:56Z"}} | claude-5h, Sesión de 5 h, 0, 1740832496, -; claude-7d, Semanal · Todos los modelos, 7.25, -, -
+empty limits hide the windows | claude | {"limits":[],"five_hour":{"utilization":50}} |
+limits with a non-object fall back | claude | {"limits":[{"kind":"session"},1],"five_hour":5,"seven_day":{"utilization":-5},"spend":{"enabled":true,"used":{"amount_minor":500,"exponent":3},"limit":{"amount_minor":2000,"exponent":0}}} | claude-7d, Semanal · Todos los modelos, -5, -, -; claude-extra, Créditos extra, 25, -, $0.50 / $2.00 USD
+window beyond the model | claude | {"five_hour":{"utilization":1e308}} |
+credits: limit of zero | claude | {"spend":{"enabled":true,"percent":30,"used":{"amount_minor":1},"limit":{"amount_minor":0}}} |
+credits: percent given | claude | {"spend":{"enabled":true,"percent":30,"used":{"amount_minor":1,"exponent":0},"limit":{"amount_minor":2}}} | claude-extra, Créditos extra, 30, -, $1.00 / $2.00 USD
+credits: disabled | claude | {"spend":{"enabled":false,"used":{"amount_minor":1},"limit":{"amount_minor":2}}} |
+credits: no finite dollars | claude | {"spend":{"enabled":true,"used":{"amount_minor":1,"exponent":-400},"limit":{"amount_minor":2}}} |
+six hours is a session; reset_at wins | codex | {"rate_limit":{"primary_window":{"limit_window_seconds":0.5,"reset_at":0,"reset_after_seconds":5},"secondary_window":{"limit_window_seconds":21600}}} | codex-primary_window, Sesión de 5 h, 0, 0, -; codex-secondary_window, Sesión de 5 h, 0, -, -
+hours above six; relative reset | codex | {"rate_limit":{"primary_window":{"limit_window_seconds":21600.5,"reset_at":"soon","reset_after_seconds":30.5},"secondary_window":{"limit_window_seconds":30000}}} | codex-primary_window, Ventana de 6 h, 0, 1740832527.289, -; codex-secondary_window, Ventana de 8 h, 0, -, -
+six days is a week | codex | {"rate_limit":{"primary_window":{"limit_window_seconds":518399,"reset_at":null,"reset_after_seconds":"1"},"secondary_window":{"limit_window_seconds":518400}}} | codex-primary_window, Ventana de 143 h, 0, -, -; codex-secondary_window, Semanal, 0, -, -
+no usable length | codex | {"rate_limit":{"primary_window":{"used_percent":120,"limit_window_seconds":0},"secondary_window":{"used_percent":"50","limit_window_seconds":-3600}}} | codex-primary_window, Ventana principal, 120, -, -; codex-secondary_window, Ventana secundaria, 0, -, -
+primary not an object | codex | {"rate_limit":{"primary_window":[1],"secondary_window":{"used_percent":-5,"limit_window_seconds":"9"}}} | codex-secondary_window, Ventana secundaria, -5, -, -
+numbers beyond the model | codex | {"rate_limit":{"primary_window":{"used_percent":1e308},"secondary_window":{"used_percent":3,"reset_at":-1e300}}} | codex-secondary_window, Ventana secundaria, 3, -, -
+relative reset beyond the model | codex | {"rate_limit":{"primary_window":{"used_percent":-9e18,"reset_after_seconds":1e19}}} | codex-primary_window, Ventana principal, -9e+18, -, -
+rate_limit not an object | codex | {"rate_limit":[{"primary_window":{}}] } |)"); }
+    void rowsFollowTheAnswer()
+    {
+        QFETCH(QStringList, f);
+        const auto answer = platform::Json::parseObject(f[1].toUtf8());
+        QVERIFY(answer);
+        QCOMPARE(rowsText(f[0] == u"claude" ? ClaudeProvider::parseRows(*answer)
+                                             : CodexProvider::parseRows(*answer, kCodexNow)), f[2]);
+    }
+    // name | auth.json ("full", "-": none, "dir", "nesting": 10 MB of '[') | usage statuses | token status | token
+    // answer | requests ("bearer account" or refresh token) | error (status or "none") | tokens written ("all", "access")
+    void fetchRefreshesOnceAndReports_data() { addTableRows(uR"(
+good answer         | full | 200 | | | at-1 acc-1 | |
+no account          | {"tokens":{"access_token":"at-1"}} | 200 | | | at-1 - | |
+account line break  | {"tokens":{"access_token":"at-1","account_id":"a\r\nX-Evil: 1"}} | 200 | | | at-1 - | |
+server error        | full | 500 | | | at-1 acc-1 | 500 |
+never answers       | full | hang | | | at-1 acc-1 | 0 |
+no file             | - | 200 | | | | none |
+a directory         | dir | 200 | | | | none |
+deep nesting        | nesting | 200 | | | | none |
+access line break   | {"tokens":{"access_token":"a\r\nX-Evil: 1"}} | 200 | | | | none |
+access with a NUL   | {"tokens":{"access_token":"a\u0000b"}} | 200 | | | | none |
+401 refreshed       | full | 401 200 | 200 | {"access_token":"at-2","refresh_token":"rt-2","id_token":"id-2","expires_in":60} | at-1 acc-1; rt-1; at-2 acc-1 | | all
+403 refreshed       | full | 403 200 | 200 | {"access_token":"at-2"} | at-1 acc-1; rt-1; at-2 acc-1 | | access
+wrong types kept    | full | 401 200 | 200 | {"access_token":"at-2","refresh_token":7,"id_token":null} | at-1 acc-1; rt-1; at-2 acc-1 | | access
+retry 401, no more  | full | 401 401 | 200 | {"access_token":"at-2","refresh_token":"rt-2","id_token":"id-2"} | at-1 acc-1; rt-1; at-2 acc-1 | 401 | all
+retry dropped       | full | 403 drop | 200 | {"access_token":"at-2","refresh_token":"rt-2","id_token":"id-2"} | at-1 acc-1; rt-1; at-2 acc-1 | 0 | all
+refresh refused     | full | 401 | 400 | {"error":"invalid_grant"} | at-1 acc-1; rt-1 | 401 |
+refresh 201         | full | 403 | 201 | {"access_token":"at-2"} | at-1 acc-1; rt-1 | 403 |
+refresh not JSON    | full | 401 | 200 | <html> | at-1 acc-1; rt-1 | 401 |
+no access token     | full | 403 | 200 | {"refresh_token":"rt-2"} | at-1 acc-1; rt-1 | 403 |
+refresh hangs       | full | 401 | hang | | at-1 acc-1; rt-1 | 401 |
+new access bad      | full | 401 | 200 | {"access_token":"at-2\r\nX-Evil: 1"} | at-1 acc-1; rt-1 | 401 |
+new id bad          | full | 403 | 200 | {"access_token":"at-2","id_token":"i\u001bd"} | at-1 acc-1; rt-1 | 403 |
+nothing to refresh  | {"tokens":{"access_token":"at-1"}} | 401 | 200 | {"access_token":"at-2"} | at-1 - | 401 |)"); }
+    void fetchRefreshesOnceAndReports()
+    {
+        QFETCH(QStringList, f);
+        *t->clock = kCodexNow;
+        const bool file = f[0] != u"-" && f[0] != u"dir";
+        const QByteArray auth = !file ? QByteArray()
+            : f[0] == u"full"         ? kAuth
+            : f[0] == u"nesting"      ? QByteArray(10 * 1024 * 1024, '[')
+                                      : f[0].toUtf8();
+        QVERIFY(QDir(t->home.path()).mkpath(f[0] == u"dir" ? kAuthFile : u".codex"_s));
+        QVERIFY(!file || t->write(kAuthFile, auth));
+        script(t->peer, "GET", kCodexUsagePath, f[1], kAnswer);
+        script(t->peer, "POST", kCodexTokenPath, f[2], f[3].toUtf8());
+        const ServiceUsage usage = CodexProvider::fetch(t->env);
+        const QString error = f[5] == u"none" ? u"No encontré credenciales de Codex. Ejecuta `codex login` en la Terminal."_s
+            : f[5].isEmpty() ? QString()
+                             : u"No pude consultar el uso de Codex (HTTP %1). Ejecuta `codex login` si persiste."_s.arg(f[5]);
+        QCOMPARE(usage.errorOrEmpty(), error);
+        QCOMPARE(usage.planBadgeOrEmpty(), error.isEmpty() ? u"Plus"_s : QString());
+        QCOMPARE(usage.updatedAt, error.isEmpty() ? std::optional(kCodexNow) : std::nullopt);
+        QCOMPARE(rowsText(usage.rows), error.isEmpty() ? u"codex-primary_window, Sesión de 5 h, 42.5, 1740840000.25, -; "
+                                       "codex-secondary_window, Semanal, 7, 1740918896.789, -"_s : QString());
+        QStringList trace;
+        for (const auto& r : t->peer.requests()) {
+            if (r.method == "POST") {
+                QCOMPARE(r.header("content-type"), QByteArray("application/json"));
+                for (const char* header : { "user-agent", "authorization", "chatgpt-account-id" })
+                    QVERIFY2(!r.hasHeader(header), header);
+                const QByteArray token = QJsonDocument::fromJson(r.body)["refresh_token"].toString().toUtf8();
+                QCOMPARE(canonical(r.body), canonical(R"({"client_id":"app_Zq8RtLw2Nc5VyH0dKs3Bpxme",)"
+                    R"("grant_type":"refresh_token","refresh_token":")" + token + R"(","scope":"openid profile email"})"));
+                trace << QString::fromUtf8(token);
+                continue;
+            }
+            QCOMPARE(r.header("user-agent"), QByteArray("Limitra/1.0"));
+            for (const auto& [name, value] : r.headers)
+                QVERIFY2(QByteArrayList({ "host", "accept", "authorization", "user-agent", "chatgpt-account-id" }).contains(name), name);
+            trace << QString::fromUtf8(r.header("authorization").mid(7) + ' ' + (r.hasHeader("chatgpt-account-id") ? r.header("chatgpt-account-id") : "-"));
+        }
+        QCOMPARE(trace.join(u"; "), f[4]);
+        const QByteArray written = t->read(kAuthFile);
+        if (f[6].isEmpty()) {
+            QCOMPARE(written, auth);
+            QCOMPARE(QDir(t->path(u".codex"_s)).entryList(QDir::Files | QDir::Hidden).size(), file ? 1 : 0);
+            return;
+        }
+        // All but the tokens and the time of the refresh stays, indented as the Codex tool writes it.
+        const QByteArray renewed = f[6] == u"all" ? R"("refresh_token":"rt-2","id_token":"id-2")" : R"("refresh_token":"rt-1","id_token":"id-1")";
+        QCOMPARE(canonical(written), canonical(R"({"OPENAI_API_KEY":null,"counter":12345678901234567,)"
+                      R"("last_refresh":"2025-03-01T12:34:56.789Z","nested":{"b":{"deep":3},"a":false},)"
+                      R"("tokens":{"access_token":"at-2","account_id":"acc-1","zz":{"list":[1,2.5,"x",null,true]},)" + renewed + "}}"));
+        QVERIFY2(written.count("\n    ") > 10 && written.contains("\"counter\": 12345678901234567"), written.constData());
+        QCOMPARE(modeOf(t->path(kAuthFile)), 0600);
+    }
+    // Last: the collection stays locked, since unlocking would need a prompt (which would never end).
+    void lockedCollectionLooksEmptyAndNeverPrompts()
+    {
+        QVERIFY(store(kOwn, "me", "secret"));
+        QVERIFY(run(kSecretService + QStringList { "org.freedesktop.Secret.Service.Lock", "['/org/freedesktop/secrets/collection/login']" }));
+        QVERIFY(!KeychainHelper::read(secrets(), kOwn));
+        QVERIFY(!KeychainHelper::saveVerified(secrets(), kOwn, u"me"_s, "x"));
+        QVERIFY(!KeychainHelper::upsertOwn(secrets(), kCode, u"me"_s, "x") && count(kCode) == 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestServices)
+#include "tst_services.moc"
