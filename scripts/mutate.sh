@@ -46,7 +46,7 @@ export CCACHE_BASEDIR=${CCACHE_BASEDIR:-/work} CCACHE_DIR=${CCACHE_DIR:-/work/.c
 tests_for() {
     case $1 in
         model) echo "tst_core|tst_gui|tst_entry|tst_journeys" ;;
-        platform) echo "tst_core|tst_keychainoffline|tst_claude|tst_services|tst_keychainoffline|tst_entry|tst_journeys" ;;
+        platform) echo "tst_core|tst_services|tst_keychainoffline|tst_entry|tst_journeys" ;;
         services/claude) echo "tst_services|tst_keychainoffline|tst_entry|tst_journeys" ;;
         services/codex) echo "tst_services|tst_keychainoffline|tst_entry|tst_journeys" ;;
         update) echo "tst_core|tst_gui|tst_entry|tst_journeys" ;;
