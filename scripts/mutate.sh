@@ -6,7 +6,7 @@
 #
 #   scripts/mutate.sh                     every fault
 #   scripts/mutate.sh -o store,M07        only the faults of src/store and fault M07
-#   scripts/mutate.sh -R tst_codex        run only these tests for every fault
+#   scripts/mutate.sh -R tst_services     run only these tests for every fault
 #   scripts/mutate.sh -a                  the whole suite for every fault (slow)
 #   scripts/mutate.sh -c                  only check which faults still apply (no build)
 #

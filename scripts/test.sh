@@ -10,9 +10,7 @@ jobs=$(nproc)
 
 cmake --preset dev
 cmake --build --preset dev -j "$jobs"
-# A test that fails is run once more and must pass then: tst_panel has a rare
-# failure under load that is not understood yet; a real fault fails both runs.
-ctest --preset dev -j "$jobs" --repeat until-pass:2
+ctest --preset dev -j "$jobs"
 
 # Debian's tools and most newcomers build with CMake's default generator.
 cmake -S . -B build/make -G "Unix Makefiles" -DLIMITRA_BUILD_TESTS=OFF
@@ -20,6 +18,6 @@ cmake --build build/make --target limitra -j "$jobs"
 
 cmake --preset asan
 cmake --build --preset asan -j "$jobs"
-ctest --preset asan -j "$jobs" --repeat until-pass:2
+ctest --preset asan -j "$jobs"
 
 bash scripts/fuzz.sh 20
