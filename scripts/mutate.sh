@@ -94,7 +94,16 @@ sync_tree() {
     (cd "$repo" && git ls-files -z --cached --others --exclude-standard) | python3 -c '
 import os, shutil, sys
 repo, tree = sys.argv[1:3]
-for f in sys.stdin.read().split("\0"):
+files = {f for f in sys.stdin.read().split("\0") if f}
+# Files the repository no longer has go too, or a removed test would still be built.
+for top, dirs, names in os.walk(tree):
+    if top == tree:
+        dirs[:] = [d for d in dirs if d != "build"]
+    for name in names:
+        path = os.path.join(top, name)
+        if os.path.relpath(path, tree) not in files:
+            os.remove(path)
+for f in files:
     src, dst = os.path.join(repo, f), os.path.join(tree, f)
     if not f or not os.path.isfile(src):
         continue
