@@ -1,6 +1,6 @@
 #!/bin/sh
 # Runs a command in a private network and mount namespace: only loopback, the
-# production hosts resolving to 127.0.0.1, a private /tmp, and a trust store
+# production hosts resolving to 127.0.0.1, and a trust store
 # holding nothing but a throw-away CA. LIMITRA_PEER_CERT/KEY name a certificate
 # from that CA for every host; LIMITRA_ROGUE_CERT/KEY a self-signed one for the
 # same hosts, which no client may trust. Needs root; skips with 77 otherwise.
@@ -15,9 +15,10 @@ if [ -z "${LIMITRA_SANDBOX:-}" ]; then
     LIMITRA_SANDBOX=1 exec unshare --net --mount --propagation private "$0" "$@"
 fi
 ip link set lo up
-mount -t tmpfs tmpfs /tmp
-d=/tmp/.sandbox
-mkdir -p $d/trust && cd $d
+# The keys live on a tmpfs of this namespace only; the build may itself be under /tmp.
+d=$(mktemp -d "${TMPDIR:-/tmp}/limitra-sandbox.XXXXXX")
+mount -t tmpfs -o mode=700 tmpfs "$d"
+mkdir "$d/trust" && cd "$d"
 printf '127.0.0.1 localhost %s\n::1 localhost\n' "$hosts" >hosts
 san=$(printf 'DNS:%s,' $hosts)
 key="-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2"
@@ -34,4 +35,7 @@ mount --bind hosts /etc/hosts
 mount --bind trust /etc/ssl/certs
 export LIMITRA_PEER_CERT=$d/peer.pem LIMITRA_PEER_KEY=$d/peer.key LIMITRA_ROGUE_CERT=$d/rogue.pem LIMITRA_ROGUE_KEY=$d/rogue.key
 cd "$OLDPWD"
-"$@"
+status=0
+"$@" || status=$?
+umount "$d" && rmdir "$d"
+exit $status
