@@ -55,9 +55,10 @@ void require(bool holds, const char* rule, const QString& detail = {})
 // The token under the key as the test server may see it in a header: trimmed, maybe %XX-decoded.
 QSet<QByteArray> tokens(const QJsonObject& object, QStringView key)
 {
-    const std::string text = platform::Json::string(object, key).value_or(QString()).toStdString();
-    if (text.empty())
+    const std::optional<QString> value = platform::Json::string(object, key);
+    if (!value)
         return {};
+    const std::string text = value->toStdString(); // "" is a token too, sent as a bare "Bearer"
     return { QByteArray::fromStdString(text).trimmed(),
         QByteArray::fromStdString(httplib::detail::decode_url(text, false)).trimmed() };
 }
