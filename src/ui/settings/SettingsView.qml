@@ -14,12 +14,7 @@ DesktopWindow {
     readonly property Item currentPane: tabs.currentIndex === 0 ? general : aboutPane
 
     title: "Ajustes de Limitra"
-    width: Theme.settingsWidth
-    height: tabs.height + separator.height + currentPane.implicitHeight
-    minimumWidth: width
-    maximumWidth: width
-    minimumHeight: height
-    maximumHeight: height
+    contentSize: Qt.size(Theme.settingsWidth, tabs.height + separator.height + currentPane.implicitHeight)
 
     TabBar {
         id: tabs

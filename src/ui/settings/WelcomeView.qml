@@ -11,12 +11,7 @@ DesktopWindow {
     required property WelcomeDetection detection
 
     title: "Bienvenida"
-    width: Theme.welcomeWidth
-    height: content.implicitHeight
-    minimumWidth: width
-    maximumWidth: width
-    minimumHeight: height
-    maximumHeight: height
+    contentSize: Qt.size(Theme.welcomeWidth, content.implicitHeight)
 
     Shortcut {
         sequences: ["Return", "Enter"]

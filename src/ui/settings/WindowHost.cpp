@@ -1,6 +1,9 @@
 #include "ui/settings/WindowHost.h"
 
+#include <QCursor>
+#include <QGuiApplication>
 #include <QQmlComponent>
+#include <QScreen>
 #include <QQmlEngine>
 #include <QQuickWindow>
 
@@ -39,6 +42,15 @@ QQuickWindow* WindowHost::open(QQmlEngine& engine, const QString& component, con
         return nullptr;
     }
     QQmlEngine::setObjectOwnership(m_window.get(), QQmlEngine::CppOwnership);
+    // Centred on the screen the user is looking at: the one holding the pointer.
+    QScreen* screen = QGuiApplication::screenAt(QCursor::pos());
+    if (!screen)
+        screen = QGuiApplication::primaryScreen();
+    if (screen) {
+        m_window->setScreen(screen);
+        const QRect area = screen->availableGeometry();
+        m_window->setPosition(area.center() - QPoint(m_window->width() / 2, m_window->height() / 2));
+    }
     m_window->show();
     raise();
     return m_window.get();
