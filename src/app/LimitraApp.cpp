@@ -1,6 +1,7 @@
 #include "app/LimitraApp.h"
 
 #include "platform/Defaults.h"
+#include "platform/Http.h"
 #include "platform/QuitSignals.h"
 #include "ui/UiModule.h"
 #include "ui/panel/PanelActions.h"
@@ -11,9 +12,12 @@
 #include "ui/tray/TrayItem.h"
 
 #include <QApplication>
+#include <QCursor>
 #include <QQuickWindow>
 
 #include <cstdio>
+#include <cstring>
+#include <vector>
 
 namespace limitra {
 
@@ -75,6 +79,12 @@ PanelWindow& LimitraApp::panel()
 
 void LimitraApp::togglePanel(QPoint anchor)
 {
+    // A host that gives no point was clicked where the pointer is. Only an X11
+    // session knows that position; under Wayland the pointer last seen by an
+    // X11 client is anywhere.
+    if (anchor.isNull() && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
+        && QGuiApplication::platformName() == QLatin1String("xcb"))
+        anchor = QCursor::pos();
     panel().toggle(anchor);
 }
 
@@ -99,6 +109,20 @@ void LimitraApp::openWelcome()
     m_welcome->show();
 }
 
+bool LimitraApp::prefersXwayland(int argc, char** argv)
+{
+    // A Wayland client cannot place its windows, so the panel could not open
+    // under the tray icon; an X11 client of the same session can. The user's
+    // own choice of platform stands.
+    if (qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") || qEnvironmentVariableIsEmpty("DISPLAY")
+        || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        return false;
+    for (int i = 1; i < argc; ++i)
+        if (std::strcmp(argv[i], "-platform") == 0)
+            return false;
+    return true;
+}
+
 int LimitraApp::main(int argc, char** argv)
 {
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
@@ -108,15 +132,30 @@ int LimitraApp::main(int argc, char** argv)
     }
     // The panel is small and static; the software renderer draws it without a GPU context.
     QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
-    QApplication app(argc, argv);
+    std::vector<char*> args(argv, argv + argc);
+    static char platformOption[] = "-platform";
+    static char xcb[] = "xcb";
+    if (prefersXwayland(argc, argv)) {
+        args.push_back(platformOption);
+        args.push_back(xcb);
+    }
+    int count = int(args.size());
+    args.push_back(nullptr);
+    QApplication app(count, args.data());
+    // No display name: window managers would show it after every window title.
     QApplication::setApplicationName(QStringLiteral("limitra"));
-    QApplication::setApplicationDisplayName(QStringLiteral("Limitra"));
+    QApplication::setDesktopFileName(QStringLiteral("app.limitra.Limitra"));
     QApplication::setQuitOnLastWindowClosed(false);
 
     SingleInstance instance;
     if (!instance.claim())
         return 0;
     platform::QuitSignals::install();
+    // Quitting waits for no server: transfers stop, and the next start is a new instance at once.
+    connect(&app, &QCoreApplication::aboutToQuit, &instance, [&instance] {
+        platform::Http::stopAll();
+        instance.release();
+    });
 
     LimitraApp limitra(platform::Environment::system());
     connect(&instance, &SingleInstance::showPanelRequested, &limitra, &LimitraApp::showPanel);

@@ -7,6 +7,7 @@
 #include <curl/curl.h>
 
 #include <algorithm>
+#include <atomic>
 #include <memory>
 
 namespace limitra::platform::Http {
@@ -48,6 +49,15 @@ namespace {
         return n;
     }
 
+    // Set once the program is quitting: transfers under way end at their next
+    // progress tick (about a second on a stalled link) and no new one starts.
+    std::atomic<bool> stopped { false };
+
+    int stopWhenQuitting(void*, curl_off_t, curl_off_t, curl_off_t, curl_off_t)
+    {
+        return stopped.load() ? 1 : 0;
+    }
+
     bool isControl(char c)
     {
         return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f;
@@ -68,6 +78,11 @@ void globalInit()
     curl();
 }
 
+void stopAll()
+{
+    stopped.store(true);
+}
+
 std::optional<HttpResponse> send(const HttpRequest& request)
 {
     // A control character in a header would add a header line or cut one
@@ -77,7 +92,7 @@ std::optional<HttpResponse> send(const HttpRequest& request)
             || std::any_of(value.cbegin(), value.cend(), isControl))
             return std::nullopt;
     }
-    const Curl* api = curl();
+    const Curl* api = stopped.load() ? nullptr : curl();
     if (!api)
         return std::nullopt;
     std::unique_ptr<CURL, EasyDeleter> easy(api->curl_easy_init());
@@ -95,6 +110,8 @@ std::optional<HttpResponse> send(const HttpRequest& request)
     const long timeoutMs = static_cast<long>(request.timeout.count());
     api->curl_easy_setopt(h, CURLOPT_TIMEOUT_MS, timeoutMs);
     api->curl_easy_setopt(h, CURLOPT_CONNECTTIMEOUT_MS, timeoutMs);
+    api->curl_easy_setopt(h, CURLOPT_NOPROGRESS, 0L);
+    api->curl_easy_setopt(h, CURLOPT_XFERINFOFUNCTION, &stopWhenQuitting);
 
     if (request.method == "GET") {
         api->curl_easy_setopt(h, CURLOPT_HTTPGET, 1L);

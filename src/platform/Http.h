@@ -33,6 +33,10 @@ namespace Http {
     // Once per process, before any thread sends a request.
     void globalInit();
     std::optional<HttpResponse> send(const HttpRequest& request);
+    // Ends every transfer under way within about a second and fails every later
+    // one, so quitting never waits for a stalled server. Nothing else is cut
+    // short: a credentials write that has started runs to its end.
+    void stopAll();
 } // namespace Http
 
 } // namespace limitra::platform

@@ -1,8 +1,8 @@
 #include "ui/tray/PanelWindow.h"
 
+#include "ui/WindowFit.h"
 #include "ui/panel/LimitsPanel.h"
 
-#include <QCursor>
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QPalette>
@@ -18,6 +18,8 @@ namespace limitra {
 namespace {
 // Room between the tray icon's click point and the panel.
 constexpr int kGap = 6;
+// A top bar's height where the screen reserves none for it.
+constexpr int kUnseenBar = 32;
 // A focus loss this recent was caused by the click that is now asking to toggle.
 constexpr qint64 kSameClickMs = 400;
 } // namespace
@@ -25,7 +27,12 @@ constexpr qint64 kSameClickMs = 400;
 PanelWindow::PanelWindow(
     QQmlEngine& engine, UsageStore& store, platform::Defaults& settings, PanelActions& actions)
 {
-    setFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
+    // Unmanaged on X11 (Xwayland too): a window manager would place a managed
+    // window where it likes, and a tiling one would tile it. Its type stays
+    // "normal", the one Wayland compositors give the keyboard to when it maps.
+    const bool x11 = QGuiApplication::platformName() == QLatin1String("xcb");
+    setFlags((x11 ? Qt::Window | Qt::BypassWindowManagerHint : Qt::Tool) | Qt::FramelessWindowHint
+        | Qt::WindowStaysOnTopHint);
     setTitle(QStringLiteral("Límites"));
     setColor(QGuiApplication::palette().color(QPalette::Window));
     QString errors;
@@ -48,10 +55,7 @@ PanelWindow::~PanelWindow()
 
 void PanelWindow::fitContent()
 {
-    const QSize size(int(m_content->width()), int(std::ceil(m_content->implicitHeight())));
-    setMinimumSize(size);
-    setMaximumSize(size);
-    resize(size);
+    WindowFit::fit(*this, QSize(int(m_content->width()), int(std::ceil(m_content->implicitHeight()))));
 }
 
 void PanelWindow::toggle(QPoint anchor)
@@ -69,11 +73,17 @@ void PanelWindow::toggle(QPoint anchor)
 
 void PanelWindow::open(QPoint anchor)
 {
-    if (anchor.isNull())
-        anchor = QCursor::pos();
-    QScreen* screen = QGuiApplication::screenAt(anchor);
+    if (!anchor.isNull() && !isScreenPoint(anchor))
+        anchor = {};
+    if (!anchor.isNull())
+        m_lastClick = anchor;
+    else
+        anchor = m_lastClick;
+    QScreen* screen = anchor.isNull() ? nullptr : QGuiApplication::screenAt(anchor);
     if (!screen)
         screen = QGuiApplication::primaryScreen();
+    if (screen && anchor.isNull())
+        anchor = trayCorner(screen->geometry(), screen->availableGeometry());
     // Wayland clients cannot place their windows; the compositor keeps them on screen.
     if (screen && !QGuiApplication::platformName().startsWith(QLatin1String("wayland"))) {
         setScreen(screen);
@@ -83,6 +93,36 @@ void PanelWindow::open(QPoint anchor)
     show();
     raise();
     requestActivate();
+    // A Wayland compositor keeps the focus from an X11 window it did not give it
+    // to: the panel takes keys and clicks by grabbing them instead, and a click
+    // outside it hides it.
+    if (x11UnderWayland()) {
+        setKeyboardGrabEnabled(true);
+        setMouseGrabEnabled(true);
+    }
+}
+
+bool PanelWindow::x11UnderWayland()
+{
+    return QGuiApplication::platformName() == QLatin1String("xcb")
+        && !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+}
+
+void PanelWindow::hideEvent(QHideEvent* event)
+{
+    setKeyboardGrabEnabled(false);
+    setMouseGrabEnabled(false);
+    QQuickWindow::hideEvent(event);
+}
+
+void PanelWindow::mousePressEvent(QMouseEvent* event)
+{
+    if (!QRect(QPoint(), size()).contains(event->position().toPoint())) {
+        m_closedByFocusLoss.start();
+        hide();
+        return;
+    }
+    QQuickWindow::mousePressEvent(event);
 }
 
 QPoint PanelWindow::place(QPoint anchor, QSize size, QRect available)
@@ -94,6 +134,25 @@ QPoint PanelWindow::place(QPoint anchor, QSize size, QRect available)
     x = std::clamp(x, available.left(), std::max(available.left(), available.right() + 1 - size.width()));
     y = std::clamp(y, available.top(), std::max(available.top(), available.bottom() + 1 - size.height()));
     return { x, y };
+}
+
+bool PanelWindow::isScreenPoint(QPoint point)
+{
+    // Wayland hosts know no screen coordinates: some give the point within
+    // their icon (waybar's (7, 14)). Such a session's click counts only where
+    // the screen reserves a panel, as GNOME and KDE tell X11 clients.
+    if (qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        return true;
+    const QScreen* screen = QGuiApplication::screenAt(point);
+    return screen && !screen->availableGeometry().contains(point);
+}
+
+QPoint PanelWindow::trayCorner(QRect screen, QRect available)
+{
+    const bool bottom = available.bottom() < screen.bottom() && available.top() == screen.top();
+    if (bottom)
+        return { available.right(), available.bottom() };
+    return { available.right(), available == screen ? screen.top() + kUnseenBar : available.top() };
 }
 
 void PanelWindow::keyPressEvent(QKeyEvent* event)
@@ -111,7 +170,9 @@ void PanelWindow::onActiveChanged()
         m_wasActive = true;
         return;
     }
-    if (m_wasActive && isVisible()) {
+    // Under Wayland the compositor may take back at once the focus it did not
+    // give; the grabs decide there.
+    if (m_wasActive && isVisible() && !x11UnderWayland()) {
         m_closedByFocusLoss.start();
         hide();
     }

@@ -28,9 +28,10 @@ public:
     PanelWindow(QQmlEngine& engine, UsageStore& store, platform::Defaults& settings, PanelActions& actions);
     ~PanelWindow() override;
 
-    // Opens the panel at `anchor` (screen coordinates; the cursor when null),
+    // Opens the panel at `anchor`, a click on the tray icon in screen coordinates,
     // or closes it when open. The click that just closed it by taking the focus
-    // away does not open it again.
+    // away does not open it again. With no click point (null) the panel opens
+    // where the last click was, or at the tray's corner before any click.
     void toggle(QPoint anchor);
     void open(QPoint anchor);
 
@@ -38,15 +39,25 @@ public:
     // below the point on a panel in the upper half of the screen, above it in the
     // lower half, horizontally centred on it, always inside `available`.
     static QPoint place(QPoint anchor, QSize size, QRect available);
+    // Where the tray is when no click told: the right end of the screen edge
+    // whose panel holds it, the bottom one when only the bottom is reserved,
+    // else the top. Nothing reserved (a Wayland bar that X11 clients do not
+    // see) still leaves room for a bar of common height.
+    static QPoint trayCorner(QRect screen, QRect available);
 
 protected:
     void keyPressEvent(QKeyEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
 
 private:
+    static bool isScreenPoint(QPoint point);
+    static bool x11UnderWayland();
     void fitContent();
     void onActiveChanged();
 
     std::unique_ptr<QQuickItem> m_content;
+    QPoint m_lastClick;
     bool m_wasActive = false;
     QElapsedTimer m_closedByFocusLoss;
 };

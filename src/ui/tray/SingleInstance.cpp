@@ -25,7 +25,23 @@ SingleInstance::SingleInstance(QObject* parent)
 {
 }
 
-SingleInstance::~SingleInstance() = default;
+SingleInstance::~SingleInstance()
+{
+    release();
+}
+
+void SingleInstance::release()
+{
+    if (m_server) {
+        m_server.reset();
+        return;
+    }
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (bus.isConnected() && bus.interface()) {
+        bus.unregisterObject(kPath);
+        bus.unregisterService(kService);
+    }
+}
 
 bool SingleInstance::claim()
 {

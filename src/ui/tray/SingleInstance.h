@@ -26,6 +26,9 @@ public:
     // True when this process is now the one instance; false when another one
     // runs and has been asked to show its panel.
     bool claim();
+    // Gives the name up at once, so that a start right after quitting brings up
+    // a new instance instead of asking this one, which is on its way out.
+    void release();
 
 public Q_SLOTS:
     Q_SCRIPTABLE void ShowPanel();
