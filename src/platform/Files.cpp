@@ -172,8 +172,8 @@ static bool write(const QString& path, const QByteArray& data, bool onlyReplace,
 
     const QFileInfo info(target);
     removeStaleTemporaries(info);
-    QByteArray tmp = QFile::encodeName(
-        info.absoluteDir().filePath(temporaryPrefix(info) + QStringLiteral("XXXXXX")));
+    QByteArray tmp
+        = QFile::encodeName(info.absoluteDir().filePath(temporaryPrefix(info) + QStringLiteral("XXXXXX")));
     const int fd = createLockedTemporary(tmp);
     if (fd < 0)
         return false;

@@ -3,7 +3,6 @@
 #include <QJsonDocument>
 #include <QJsonParseError>
 
-
 namespace limitra::platform::Json {
 
 std::optional<QJsonObject> parseObject(const QByteArray& bytes)

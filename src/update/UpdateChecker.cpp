@@ -30,8 +30,7 @@ std::optional<QUrl> downloadUrl(const QString& text)
 bool isWebAddress(const QUrl& url)
 {
     const QString scheme = url.scheme();
-    return !(url.host().isEmpty()
-        || (scheme != QLatin1String("https") && scheme != QLatin1String("http")));
+    return !(url.host().isEmpty() || (scheme != QLatin1String("https") && scheme != QLatin1String("http")));
 }
 
 // An optional sign and ASCII digits within the signed 64-bit range; else 0.
