@@ -41,6 +41,9 @@ struct Environment
     std::shared_ptr<Defaults> defaults;
     // When non-zero, no request waits longer than this (tests only).
     std::chrono::milliseconds timeoutCap { 0 };
+    // Runs with the path of a file about to be replaced, once its new content
+    // waits aside (tests only: a logout can land exactly there).
+    std::function<void(const QString&)> beforeReplace;
 
     std::chrono::milliseconds timeout(std::chrono::milliseconds wanted) const;
     QString homePath(const QString& relative) const;

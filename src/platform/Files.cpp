@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/file.h>
@@ -95,6 +96,22 @@ namespace {
         }
         return -1;
     }
+
+    // Moves the new file into place only while the old one is there: the two
+    // names are swapped in one step, which fails when the old name is gone, and
+    // the temporary name, now holding the old content, is removed.
+    bool exchange(const QByteArray& tmp, const QByteArray& target)
+    {
+        if (::renameat2(AT_FDCWD, tmp.constData(), AT_FDCWD, target.constData(), RENAME_EXCHANGE) == 0) {
+            ::unlink(tmp.constData());
+            return true;
+        }
+        // A file system that cannot swap names gets the plain replacement,
+        // guarded as closely as it can be.
+        if ((errno == EINVAL || errno == ENOSYS) && ::access(target.constData(), F_OK) == 0)
+            return ::rename(tmp.constData(), target.constData()) == 0;
+        return false;
+    }
 } // namespace
 
 QString homeDirectory()
@@ -137,7 +154,10 @@ bool exists(const QString& path)
     return QFileInfo::exists(path);
 }
 
-bool writeAtomic(const QString& path, const QByteArray& data)
+// Writes aside, then puts the new file in place; `onlyReplace` keeps a missing
+// file missing.
+static bool write(const QString& path, const QByteArray& data, bool onlyReplace,
+    const std::function<void(const QString&)>& beforeSwap)
 {
     const QString target = resolveTarget(path);
     const QByteArray targetPath = QFile::encodeName(target);
@@ -145,6 +165,8 @@ bool writeAtomic(const QString& path, const QByteArray& data)
     struct stat old {};
     const bool replacing = ::stat(targetPath.constData(), &old) == 0;
     if (replacing && !S_ISREG(old.st_mode))
+        return false;
+    if (onlyReplace && !replacing)
         return false;
     const mode_t mode = replacing ? old.st_mode & 07777 : S_IRUSR | S_IWUSR;
 
@@ -162,8 +184,11 @@ bool writeAtomic(const QString& path, const QByteArray& data)
         && ((created.st_uid == old.st_uid && created.st_gid == old.st_gid)
             || ::fchown(fd, old.st_uid, old.st_gid) == 0));
     const bool written = owned && ::fchmod(fd, mode) == 0 && writeAll(fd, data) && ::fsync(fd) == 0;
+    if (written && beforeSwap)
+        beforeSwap(path);
     // The lock is held until the new file has its name, so no cleaner takes it.
-    const bool renamed = written && ::rename(tmp.constData(), targetPath.constData()) == 0;
+    const bool renamed = written
+        && (onlyReplace ? exchange(tmp, targetPath) : ::rename(tmp.constData(), targetPath.constData()) == 0);
     if (!renamed)
         ::unlink(tmp.constData());
     if (::close(fd) != 0 || !renamed)
@@ -176,6 +201,17 @@ bool writeAtomic(const QString& path, const QByteArray& data)
         ::close(dfd);
     }
     return true;
+}
+
+bool writeAtomic(const QString& path, const QByteArray& data)
+{
+    return write(path, data, false, {});
+}
+
+bool replaceExisting(
+    const QString& path, const QByteArray& data, const std::function<void(const QString&)>& beforeSwap)
+{
+    return write(path, data, true, beforeSwap);
 }
 
 } // namespace limitra::platform::Files

@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QString>
 
+#include <functional>
 #include <optional>
 
 namespace limitra::platform {
@@ -24,6 +25,11 @@ namespace Files {
     // that the link itself survives. Returns false and leaves the old file as it
     // was on any failure.
     bool writeAtomic(const QString& path, const QByteArray& data);
+    // The same, but only over a file that is still there at the moment of the
+    // swap: a file removed meanwhile stays removed and the result is false.
+    // `beforeSwap` runs with the path once the new content waits aside.
+    bool replaceExisting(const QString& path, const QByteArray& data,
+        const std::function<void(const QString&)>& beforeSwap = {});
 } // namespace Files
 
 } // namespace limitra::platform

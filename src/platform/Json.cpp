@@ -3,8 +3,6 @@
 #include <QJsonDocument>
 #include <QJsonParseError>
 
-#include <algorithm>
-
 namespace limitra::platform::Json {
 
 std::optional<QJsonObject> parseObject(const QByteArray& bytes)
@@ -20,15 +18,6 @@ std::optional<QString> string(const QJsonObject& object, QStringView key)
 {
     const QJsonValue v = object.value(key);
     return v.isString() ? std::optional(v.toString()) : std::nullopt;
-}
-
-std::optional<QString> token(const QJsonObject& object, QStringView key)
-{
-    std::optional<QString> text = string(object, key);
-    const auto isControl = [](QChar c) { return c.category() == QChar::Other_Control; };
-    if (text && std::any_of(text->cbegin(), text->cend(), isControl))
-        return std::nullopt;
-    return text;
 }
 
 std::optional<double> number(const QJsonObject& object, QStringView key)

@@ -16,10 +16,6 @@ namespace Json {
     std::optional<QJsonObject> parseObject(const QByteArray& bytes);
 
     std::optional<QString> string(const QJsonObject& object, QStringView key);
-    // A string fit to travel in a request header: one holding a control
-    // character (a line break would add a header line, a NUL cut it short)
-    // counts as missing.
-    std::optional<QString> token(const QJsonObject& object, QStringView key);
     std::optional<double> number(const QJsonObject& object, QStringView key);
     std::optional<bool> boolean(const QJsonObject& object, QStringView key);
     std::optional<QJsonObject> object(const QJsonObject& object, QStringView key);

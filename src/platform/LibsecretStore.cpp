@@ -208,15 +208,19 @@ bool LibsecretStore::replace(const QString& service, const QString& account, con
     if (!connectSessionBus(deadline.cancellable()))
         return false;
 
+    // An empty account names the items that read back with one: those whose
+    // account is empty and those without an account attribute at all.
+    const bool noAccount = account.isEmpty();
     ItemList found;
-    search(found, Attributes(service, &account), SECRET_SEARCH_NONE, deadline.cancellable());
+    search(found, Attributes(service, noAccount ? nullptr : &account), SECRET_SEARCH_NONE,
+        deadline.cancellable());
     bool matched = false;
     bool allSet = true;
     // Every unlocked item of that service and account gets the value, as a
     // keychain update changes every item its query matches.
     for (GList* node = found.items; node; node = node->next) {
         auto* item = static_cast<::SecretItem*>(node->data);
-        if (lib().secret_item_get_locked(item))
+        if (lib().secret_item_get_locked(item) || (noAccount && !accountOf(item).isEmpty()))
             continue;
         matched = true;
         SecretValue* value = lib().secret_value_new(data.constData(), data.size(), "text/plain");

@@ -24,7 +24,8 @@ public:
 
     // The first item of a service, whatever its account.
     virtual std::optional<SecretItem> findFirst(const QString& service) = 0;
-    // Replaces the secret of the item (service, account); false when none matches.
+    // Replaces the secret of the item (service, account), where an empty account
+    // also matches an item without one; false when none matches.
     virtual bool replace(const QString& service, const QString& account, const QByteArray& data) = 0;
     // Adds a new item (service, account) to the default collection.
     virtual bool add(const QString& service, const QString& account, const QByteArray& data) = 0;

@@ -16,18 +16,21 @@ namespace {
 constexpr double kCheckPeriodSeconds = 86400;
 constexpr std::chrono::seconds kFeedTimeout { 15 };
 
-// The download address is opened in the user's browser, so only absolute
-// web addresses count; anything else means the feed is broken.
+// The download address as a URL, when it reads as one.
 std::optional<QUrl> downloadUrl(const QString& text)
 {
-    if (text.isEmpty())
-        return std::nullopt;
     const QUrl url(text, QUrl::StrictMode);
-    const QString scheme = url.scheme();
-    if (!url.isValid() || url.host().isEmpty()
-        || (scheme != QLatin1String("https") && scheme != QLatin1String("http")))
+    if (text.isEmpty() || !url.isValid())
         return std::nullopt;
     return url;
+}
+
+// The download address is opened in the user's browser, so only absolute web
+// addresses are offered; any other announces nothing.
+bool isWebAddress(const QUrl& url)
+{
+    const QString scheme = url.scheme();
+    return !(url.host().isEmpty() || (scheme != QLatin1String("https") && scheme != QLatin1String("http")));
 }
 
 // An optional sign and ASCII digits within the signed 64-bit range; else 0.
@@ -111,10 +114,11 @@ std::optional<UpdateInfo> check(const platform::Environment& env)
     if (!url)
         return std::nullopt;
 
-    // A valid feed restarts the one-day period whether or not it is newer.
+    // A valid feed restarts the one-day period whether or not it is newer or
+    // its address one the program opens.
     if (env.defaults)
         env.defaults->setLastUpdateCheck(env.now());
-    if (!isNewer(*version, currentVersion()))
+    if (!isWebAddress(*url) || !isNewer(*version, currentVersion()))
         return std::nullopt;
     return UpdateInfo { *version, *url, platform::Json::string(*feed, u"release_notes") };
 }

@@ -99,7 +99,8 @@ entry|Hidden = true|off
 entry|[Desktop Action q]/Hidden=true|on)";
 
 // status|body|notes: %1 is a newer version, %2 the running one. Notes are "-" for
-// none, "" when no update is announced, "!" when the read failed.
+// none, "" when no update is announced (a download address not on the web
+// included), "!" when the read failed.
 const QStringList kFeeds {
     R"(200|{"version":"%1","download_url":"https://x.test/d","release_notes":"Línea 1"}|Línea 1)",
     R"(200|{"version":"%1","download_url":"https://x.test/d","release_notes":null}|-)",
@@ -107,8 +108,9 @@ const QStringList kFeeds {
     R"(200|{"version":"0.9.9","download_url":"https://x.test/d"}|)",
     R"(404|{"version":"%1","download_url":"https://x.test/d"}|!)",
     R"(200|{"version":"%1"}|!)",
-    R"(200|{"version":"%1","download_url":"file:///etc/passwd"}|!)",
-    R"(200|{"version":"%1","download_url":"javascript://x.test/alert"}|!)",
+    R"(200|{"version":"%1","download_url":"file:///etc/passwd"}|)",
+    R"(200|{"version":"%1","download_url":"javascript://x.test/alert"}|)",
+    R"(200|{"version":"%1","download_url":"https://x.test:port/d"}|!)",
 };
 
 const QStringList kSettings { "showClaude|false", "showCodex|false", "refreshIntervalMinutes|15",

@@ -21,13 +21,14 @@ QList<Lineage> loadLineages(const platform::Environment& env)
 {
     QList<Lineage> lineages;
 
-    // Keeps a source's document only when it holds a session with a usable refresh token.
+    // Keeps a source's document only when it holds a session with a refresh
+    // token; whatever its content, it travels encoded in a request body.
     const auto append = [&lineages](const QByteArray& bytes) {
         const std::optional<QJsonObject> creds = platform::Json::parseObject(bytes);
         if (!creds)
             return;
         const std::optional<QJsonObject> oauth = platform::Json::object(*creds, u"claudeAiOauth");
-        if (!oauth || !platform::Json::token(*oauth, u"refreshToken"))
+        if (!oauth || !platform::Json::string(*oauth, u"refreshToken"))
             return;
         lineages.append(Lineage { *creds, *oauth });
     };
@@ -59,9 +60,8 @@ void persist(const platform::Environment& env, const QJsonObject& document)
         KeychainHelper::saveVerified(*env.secrets, claudeCodeService, account, bytes);
     }
 
-    const QString file = env.homePath(credentialsFile);
-    if (platform::Files::exists(file))
-        platform::Files::writeAtomic(file, bytes);
+    // Only a file that is still there is replaced: a logout meanwhile stays one.
+    platform::Files::replaceExisting(env.homePath(credentialsFile), bytes, env.beforeReplace);
 
     if (env.secrets)
         KeychainHelper::upsertOwn(*env.secrets, ownService, ownAccount, bytes);

@@ -59,7 +59,7 @@ QByteArray refreshBody(const QString& refreshToken)
 
 std::optional<Lineage> refresh(const platform::Environment& env, const Lineage& lineage)
 {
-    const auto refreshToken = platform::Json::token(lineage.oauth, u"refreshToken");
+    const auto refreshToken = string(lineage.oauth, u"refreshToken");
     if (!refreshToken)
         return std::nullopt;
 
@@ -73,14 +73,12 @@ std::optional<Lineage> refresh(const platform::Environment& env, const Lineage& 
     if (!response || response->status != 200)
         return std::nullopt;
     const auto answer = platform::Json::parseObject(response->body);
-    const auto accessToken = answer ? platform::Json::token(*answer, u"access_token") : std::nullopt;
+    const auto accessToken = answer ? string(*answer, u"access_token") : std::nullopt;
     if (!accessToken)
         return std::nullopt;
-    // A refresh token that could not be sent again fails the whole answer, so
-    // nothing of it is saved.
+    // Every token granted is kept as it came: the server has spent the old
+    // refresh token, so dropping the answer would log Claude Code out too.
     const auto newRefreshToken = string(*answer, u"refresh_token");
-    if (newRefreshToken && !platform::Json::token(*answer, u"refresh_token"))
-        return std::nullopt;
 
     QJsonObject oauth = lineage.oauth;
     oauth.insert(QStringLiteral("accessToken"), *accessToken);
@@ -102,6 +100,8 @@ ServiceUsage fetch(const platform::Environment& env)
 {
     ServiceUsage usage;
 
+    // A token holding a control character is never put in a header: Http
+    // refuses the request, which then reads as no answer.
     const auto callUsage = [&env](const QString& token) {
         platform::HttpRequest request;
         request.url = env.endpoints.claudeUsage;
@@ -116,7 +116,7 @@ ServiceUsage fetch(const platform::Environment& env)
     const auto refreshAny = [&env](const QList<Lineage>& lineages) -> std::optional<QString> {
         for (const Lineage& lineage : lineages) {
             if (const auto renewed = refresh(env, lineage)) {
-                if (const auto accessToken = platform::Json::token(renewed->oauth, u"accessToken"))
+                if (const auto accessToken = string(renewed->oauth, u"accessToken"))
                     return accessToken;
             }
         }
@@ -136,7 +136,7 @@ ServiceUsage fetch(const platform::Environment& env)
     const double threshold = env.now() * 1000 + freshnessMarginMs;
     for (const Lineage& lineage : lineages) {
         if (number(lineage.oauth, u"expiresAt").value_or(0) > threshold) {
-            token = platform::Json::token(lineage.oauth, u"accessToken");
+            token = string(lineage.oauth, u"accessToken");
             break;
         }
     }

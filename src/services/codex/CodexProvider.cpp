@@ -60,7 +60,7 @@ std::optional<HttpResponse> Session::callUsage() const
 
 bool Session::refreshToken()
 {
-    const std::optional<QString> refresh = Json::token(tokens, u"refresh_token");
+    const std::optional<QString> refresh = Json::string(tokens, u"refresh_token");
     if (!refresh)
         return false;
 
@@ -81,14 +81,9 @@ bool Session::refreshToken()
     if (!answer || answer->status != 200)
         return false;
     const std::optional<QJsonObject> granted = Json::parseObject(answer->body);
-    const std::optional<QString> newAccess = granted ? Json::token(*granted, u"access_token") : std::nullopt;
+    const std::optional<QString> newAccess = granted ? Json::string(*granted, u"access_token") : std::nullopt;
     if (!newAccess)
         return false;
-    // A token that could never be sent fails the whole answer, so none of it is saved.
-    for (const QStringView key : { u"refresh_token", u"id_token" }) {
-        if (Json::string(*granted, key) && !Json::token(*granted, key))
-            return false;
-    }
 
     accessToken = *newAccess;
     tokens.insert(QStringLiteral("access_token"), *newAccess);
@@ -100,8 +95,9 @@ bool Session::refreshToken()
     root.insert(QStringLiteral("last_refresh"), FormatUtil::iso8601Fractional(env.now()));
 
     // A failed write goes unreported: the new token still serves the retry,
-    // and the Codex tool keeps its old session.
-    static_cast<void>(platform::Files::writeAtomic(path, Json::indented(root)));
+    // and the Codex tool keeps its old session. A file removed meanwhile (a
+    // logout) is not brought back.
+    static_cast<void>(platform::Files::replaceExisting(path, Json::indented(root), env.beforeReplace));
     return true;
 }
 
@@ -159,13 +155,15 @@ ServiceUsage fetch(const platform::Environment& env)
     const std::optional<QByteArray> bytes = platform::Files::read(path);
     const std::optional<QJsonObject> root = bytes ? Json::parseObject(*bytes) : std::nullopt;
     const std::optional<QJsonObject> tokens = root ? Json::object(*root, u"tokens") : std::nullopt;
-    const std::optional<QString> access = tokens ? Json::token(*tokens, u"access_token") : std::nullopt;
+    const std::optional<QString> access = tokens ? Json::string(*tokens, u"access_token") : std::nullopt;
     if (!access) {
         usage.error = missingCredentials();
         return usage;
     }
 
-    Session session { env, path, *root, *tokens, *access, Json::token(*tokens, u"account_id") };
+    // A token or account id that cannot travel in a header fails its request
+    // like a lost connection.
+    Session session { env, path, *root, *tokens, *access, Json::string(*tokens, u"account_id") };
     std::optional<HttpResponse> answer = session.callUsage();
     if (answer && (answer->status == 401 || answer->status == 403)) {
         if (!session.refreshToken()) {
