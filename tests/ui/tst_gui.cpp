@@ -535,22 +535,37 @@ private Q_SLOTS:
     // Clicks on the item and its menu, as the host sends them, and the panel's own ways to close.
     void trayClicksAndMenuReachTheApp()
     {
+        // A start prints nothing, whatever the host reads (the offscreen platform's own notes aside).
+        QTest::failOnWarning(QRegularExpression("^(?!This plugin does not support )"));
         App& t = app();
         t.app->start();
         PanelWindow& panel = t.app->panel();
-        const auto menuClick = [&](int id) {
-            t.call("/MenuBar", "com.canonical.dbusmenu", "Event",
-                { id, QStringLiteral("clicked"), QVariant::fromValue(QDBusVariant(0)), 0u });
+        QString interfaces;
+        for (const QString path : { "/StatusNotifierItem", "/MenuBar" })
+            interfaces += t.call(path, "org.freedesktop.DBus.Introspectable", "Introspect", {})
+                              .arguments()
+                              .value(0)
+                              .toString();
+        QVERIFY(interfaces.contains("\"EventGroup\""));
+        // Hosts send clicks one by one or in groups.
+        const auto menuClick = [&](int id, bool grouped) {
+            const QDBusVariant data(0);
+            const QDBusMessage answer = grouped
+                ? t.call("/MenuBar", "com.canonical.dbusmenu", "EventGroup",
+                    { QVariant::fromValue(MenuEvents { { id, QStringLiteral("clicked"), data, 0u } }) })
+                : t.call("/MenuBar", "com.canonical.dbusmenu", "Event",
+                    { id, QStringLiteral("clicked"), QVariant::fromValue(data), 0u });
+            QCOMPARE(answer.type(), QDBusMessage::ReplyMessage);
         };
         t.call("/StatusNotifierItem", kItem, "Activate", { 0, 0 });
         QTRY_VERIFY(panel.isVisible());
         QTest::keyClick(&panel, Qt::Key_Escape);
         QVERIFY(!panel.isVisible());
-        menuClick(2);
+        menuClick(2, true);
         QTRY_COMPARE(t.fetches, 2);
-        menuClick(1);
+        menuClick(1, false);
         QTRY_VERIFY(panel.isVisible());
-        menuClick(3);
+        menuClick(3, true);
         QTRY_VERIFY(t.app->settingsWindow().window() && t.app->settingsWindow().window()->isVisible());
         // Focus elsewhere closes the panel; the click on the icon that took it does not reopen it.
         panel.toggle({});
