@@ -489,17 +489,20 @@ private Q_SLOTS:
     }
 
     // From C 30 % · X 55 % left, a new record or setting reaches the host with the signals it waits for.
+    // Hidden services count nowhere: not in the needle, not in the tooltip.
     void trayFollowsRecordsAndSettings_data()
     {
         table(R"(
-        | key | value | label | toolTip | icon
-        new record | | 96 57 | C 96% · X 57% | C 96% · X 57% | 60
-        same step  | | 34 55 | C 34% · X 55% | C 34% · X 55% | 30
-        no data    | | -1 -1 | C – · X –     | C – · X –     | none
-        used       | percentMode  | used         | C 70% · X 45% | C 70% · X 45% | 30
-        worst      | menuBarStyle | iconAndWorst | 30%           | 30%           | 30
-        icon only  | menuBarStyle | iconOnly     |               | C 30% · X 55% | 30
-        no Claude  | showClaude   | false        | X 55%         | X 55%         | 60
+                            | left  | settings                              | label         | toolTip       | icon
+        new record          | 96 57 |                                       | C 96% · X 57% | C 96% · X 57% | 60
+        same step           | 34 55 |                                       | C 34% · X 55% | C 34% · X 55% | 30
+        no data             | -1 -1 |                                       | C – · X –     | C – · X –     | none
+        used                |       | percentMode=used                      | C 70% · X 45% | C 70% · X 45% | 30
+        worst               |       | menuBarStyle=iconAndWorst             | 30%           | 30%           | 30
+        icon only           |       | menuBarStyle=iconOnly                 |               | C 30% · X 55% | 30
+        no Claude           |       | showClaude=false                      | X 55%         | X 55%         | 60
+        icon only, no Codex | 55 30 | menuBarStyle=iconOnly showCodex=false |               | C 55%         | 60
+        neither             |       | showClaude=false showCodex=false      |               |               | none
         )");
     }
     void trayFollowsRecordsAndSettings()
@@ -514,11 +517,12 @@ private Q_SLOTS:
         t.set(left(30), left(55));
         QTRY_VERIFY(seen.contains("XAyatanaNewLabel|C 30% · X 55%|C 100% · X 100%"));
         seen.clear();
-        const QStringList value = cell("value").split(' ');
-        if (cell("key").isEmpty())
-            t.set(left(value[0].toDouble()), left(value[1].toDouble()));
-        else
-            t.env.defaults->setValue(cell("key"), value[0] == "false" ? QVariant(false) : QVariant(value[0]));
+        if (const QStringList left = cell("left").split(' '); left.size() == 2)
+            t.set(::left(left[0].toDouble()), ::left(left[1].toDouble()));
+        for (const QString& setting : cell("settings").split(' ', Qt::SkipEmptyParts)) {
+            const QString value = setting.section('=', 1);
+            t.env.defaults->setValue(setting.section('=', 0, 0), value == "false" ? QVariant(false) : value);
+        }
         const QVariantMap all = qdbus_cast<QVariantMap>(
             t.call("/StatusNotifierItem", "org.freedesktop.DBus.Properties", "GetAll", { kItem })
                 .arguments()[0]);

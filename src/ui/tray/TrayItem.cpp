@@ -78,8 +78,8 @@ QString TrayItem::toolTipText() const
     const QString text = label();
     if (!text.isEmpty())
         return text;
-    // Where the label says nothing, the tooltip still gives both services.
-    return MenuBarText::compose(m_store.claude(), m_store.codex(), true, true,
+    // Where the label says nothing, the tooltip still gives each shown service.
+    return MenuBarText::compose(m_store.claude(), m_store.codex(), m_store.showClaude(), m_store.showCodex(),
         QStringLiteral("iconAndPercents"), m_store.environment().defaults->percentMode());
 }
 
@@ -92,7 +92,7 @@ void TrayItem::update()
     m_item->setToolTipText(toolTipText());
     if (m_fallback) {
         m_fallback->setIcon(QIcon(QPixmap::fromImage(GaugeIcon::image(step, 48))));
-        m_fallback->setToolTip(QStringLiteral("Limitra\n") + toolTipText());
+        m_fallback->setToolTip(QStringList { QStringLiteral("Limitra"), toolTipText() }.join(u'\n').trimmed());
     }
 }
 
