@@ -145,6 +145,14 @@ struct App
         const QFuture<void> done = app->store().refresh(); // with its update check
         QVERIFY(QTest::qWaitFor([&] { return done.isFinished(); }, 5000));
     }
+    // Settings written as key=value pairs; "false" is the boolean.
+    void setAll(const QString& pairs)
+    {
+        for (const QString& pair : pairs.split(' ', Qt::SkipEmptyParts)) {
+            const QString value = pair.section('=', 1);
+            env.defaults->setValue(pair.section('=', 0, 0), value == "false" ? QVariant(false) : value);
+        }
+    }
     // Opens the drop-down panel (again: lays it out anew) and returns its content.
     QQuickItem* panel()
     {
@@ -221,6 +229,7 @@ private Q_SLOTS:
     {
         a.reset();
         registered.clear();
+        seen.clear();
         opened.clear();
         QGuiApplication::setPalette(QPalette());
     }
@@ -519,10 +528,7 @@ private Q_SLOTS:
         seen.clear();
         if (const QStringList left = cell("left").split(' '); left.size() == 2)
             t.set(::left(left[0].toDouble()), ::left(left[1].toDouble()));
-        for (const QString& setting : cell("settings").split(' ', Qt::SkipEmptyParts)) {
-            const QString value = setting.section('=', 1);
-            t.env.defaults->setValue(setting.section('=', 0, 0), value == "false" ? QVariant(false) : value);
-        }
+        t.setAll(cell("settings"));
         const QVariantMap all = qdbus_cast<QVariantMap>(
             t.call("/StatusNotifierItem", "org.freedesktop.DBus.Properties", "GetAll", { kItem })
                 .arguments()[0]);
@@ -534,6 +540,43 @@ private Q_SLOTS:
         QTest::qWait(100);
         QCOMPARE(seen.contains("NewToolTip"), cell("toolTip") != "C 30% · X 55%");
         QCOMPARE(seen.contains("NewIcon"), cell("icon") != "30");
+    }
+
+    // The menu starts with what the panel shows, renewed after every refresh; a line opens the panel.
+    void trayMenuListsTheLimits_data()
+    {
+        table(R"(
+                    | settings                         | codex             | entries
+        both shown  |                                  | No pude (HTTP 500). | Claude Code · Sesión de 5 h — 63 % restante · 2h 5m / Claude Code · weekly__extra — 10 % restante / Codex · No pude (HTTP 500).
+        used        | percentMode=used                 |                   | Claude Code · Sesión de 5 h — 37 % usado · 2h 5m / Claude Code · weekly__extra — 90 % usado / Codex · Cargando…
+        no Claude   | showClaude=false                 | No pude (HTTP 500). | Codex · No pude (HTTP 500).
+        neither     | showClaude=false showCodex=false |                   |
+        )");
+    }
+    void trayMenuListsTheLimits()
+    {
+        App& t = app();
+        t.app->start();
+        hostBus().connect(t.app->tray().serviceName(), "/MenuBar", "com.canonical.dbusmenu", "LayoutUpdated", this,
+            SLOT(onSignal(QDBusMessage)));
+        t.set(usage({ row("Sesión de 5 h", 37, kNow + 7500), row("weekly_extra", 90) }, kNow),
+            usage({}, {}, given(cell("codex"))));
+        t.setAll(cell("settings"));
+        const QDBusMessage reply
+            = t.call("/MenuBar", "com.canonical.dbusmenu", "GetLayout", { 0, -1, QStringList() });
+        QTRY_VERIFY(seen.contains("LayoutUpdated|" + reply.arguments().value(0).toString() + "|0"));
+        QStringList labels;
+        QList<int> ids;
+        for (const QVariant& child : qdbus_cast<MenuLayout>(reply.arguments().value(1)).children) {
+            const MenuLayout entry = qdbus_cast<MenuLayout>(child.value<QDBusVariant>().variant());
+            labels << entry.properties.value("label", "-").toString();
+            ids << entry.id;
+        }
+        const QString actions = "Límites / Actualizar ahora / Ajustes / - / Salir";
+        QCOMPARE(labels.join(" / "), cell("entries").isEmpty() ? actions : cell("entries") + " / - / " + actions);
+        t.call("/MenuBar", "com.canonical.dbusmenu", "Event",
+            { ids[0], QStringLiteral("clicked"), QVariant::fromValue(QDBusVariant(0)), 0u });
+        QTRY_VERIFY(t.app->panel().isVisible());
     }
 
     // Clicks on the item and its menu, as the host sends them, and the panel's own ways to close.
