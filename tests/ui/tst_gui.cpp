@@ -8,6 +8,7 @@
 #include "ui/snapshot/PanelSnapshot.h"
 #include "ui/snapshot/SnapshotMode.h"
 #include "ui/tray/PanelWindow.h"
+#include "ui/tray/GaugeIcon.h"
 #include "ui/tray/SingleInstance.h"
 #include "ui/tray/SniTypes.h"
 #include "ui/tray/TrayItem.h"
@@ -18,8 +19,10 @@
 #include <QDBusMessage>
 #include <QDesktopServices>
 #include <QProcess>
+#include <QPainter>
 #include <QQuickItem>
 #include <QSignalSpy>
+#include <QSvgRenderer>
 #include <QTest>
 
 #include <list>
@@ -577,6 +580,51 @@ private Q_SLOTS:
         t.call("/MenuBar", "com.canonical.dbusmenu", "Event",
             { ids[0], QStringLiteral("clicked"), QVariant::fromValue(QDBusVariant(0)), 0u });
         QTRY_VERIFY(t.app->panel().isVisible());
+    }
+
+    // The dial itself carries the level: each step draws more of it solid, in the icon hosts
+    // recolour and in the pixmaps alike. Strips of every gauge, as light and dark panels
+    // show them, go to artifacts/tray/ for a person to look at.
+    void gaugeDialCarriesTheLevel()
+    {
+        const auto symbolic = [](int step, int size, const char* ink) {
+            QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
+            image.fill(Qt::transparent);
+            QPainter painter(&image);
+            QSvgRenderer(GaugeIcon::svg(step).replace("currentColor", ink)).render(&painter);
+            return image;
+        };
+        // How much light the icon puts on a black panel.
+        const auto light = [](const QImage& image) {
+            qint64 sum = 0;
+            for (int y = 0; y < image.height(); ++y)
+                for (int x = 0; x < image.width(); ++x)
+                    sum += qGray(image.pixel(x, y)) * qAlpha(image.pixel(x, y));
+            return sum;
+        };
+        const QList<int> steps { GaugeIcon::kNoData, 0, 10, 20, 30, 40, 50, 60, 70, 80, 90, 100 };
+        for (const int size : { 16, 22 }) {
+            const int cell = size + 6;
+            QImage strip(cell * int(steps.size()), cell * 4, QImage::Format_RGB32);
+            QPainter painter(&strip);
+            // A light panel, then a dark one: the recoloured icon, then the pixmap.
+            for (const auto& [row, panel, fore] : { std::tuple { 0, "#f6f5f4", "#2e3436" }, { 2, "#2b2b2b", "#ffffff" } }) {
+                painter.fillRect(0, row * cell, strip.width(), 2 * cell, QColor(panel));
+                for (int i = 0; i < steps.size(); ++i) {
+                    painter.drawImage(i * cell + 3, row * cell + 3, symbolic(steps[i], size, fore));
+                    painter.drawImage(i * cell + 3, (row + 1) * cell + 3, GaugeIcon::image(steps[i], size));
+                }
+            }
+            painter.end();
+            const QString folder = qEnvironmentVariable("LIMITRA_TRAY_ARTIFACTS");
+            QVERIFY(folder.isEmpty() || (QDir().mkpath(folder) && strip.save(QString("%1/gauge-%2.png").arg(folder).arg(size))));
+            for (int i = 2; i < steps.size(); ++i) {
+                QVERIFY2(light(symbolic(steps[i], size, "#fff")) > light(symbolic(steps[i - 1], size, "#fff")),
+                    qPrintable(QString::number(steps[i])));
+                QVERIFY2(light(GaugeIcon::image(steps[i], size)) > light(GaugeIcon::image(steps[i - 1], size)),
+                    qPrintable(QString::number(steps[i])));
+            }
+        }
     }
 
     // Clicks on the item and its menu, as the host sends them, and the panel's own ways to close.
