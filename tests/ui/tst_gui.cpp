@@ -7,8 +7,8 @@
 #include "ui/settings/WelcomeWindow.h"
 #include "ui/snapshot/PanelSnapshot.h"
 #include "ui/snapshot/SnapshotMode.h"
-#include "ui/tray/PanelWindow.h"
 #include "ui/tray/GaugeIcon.h"
+#include "ui/tray/PanelWindow.h"
 #include "ui/tray/SingleInstance.h"
 #include "ui/tray/SniTypes.h"
 #include "ui/tray/TrayItem.h"
@@ -18,8 +18,8 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDesktopServices>
-#include <QProcess>
 #include <QPainter>
+#include <QProcess>
 #include <QQuickItem>
 #include <QSignalSpy>
 #include <QSvgRenderer>
@@ -560,8 +560,8 @@ private Q_SLOTS:
     {
         App& t = app();
         t.app->start();
-        hostBus().connect(t.app->tray().serviceName(), "/MenuBar", "com.canonical.dbusmenu", "LayoutUpdated", this,
-            SLOT(onSignal(QDBusMessage)));
+        hostBus().connect(t.app->tray().serviceName(), "/MenuBar", "com.canonical.dbusmenu", "LayoutUpdated",
+            this, SLOT(onSignal(QDBusMessage)));
         t.set(usage({ row("Sesión de 5 h", 37, kNow + 7500), row("weekly_extra", 90) }, kNow),
             usage({}, {}, given(cell("codex"))));
         t.setAll(cell("settings"));
@@ -576,7 +576,8 @@ private Q_SLOTS:
             ids << entry.id;
         }
         const QString actions = "Límites / Actualizar ahora / Ajustes / - / Salir";
-        QCOMPARE(labels.join(" / "), cell("entries").isEmpty() ? actions : cell("entries") + " / - / " + actions);
+        QCOMPARE(
+            labels.join(" / "), cell("entries").isEmpty() ? actions : cell("entries") + " / - / " + actions);
         t.call("/MenuBar", "com.canonical.dbusmenu", "Event",
             { ids[0], QStringLiteral("clicked"), QVariant::fromValue(QDBusVariant(0)), 0u });
         QTRY_VERIFY(t.app->panel().isVisible());
@@ -608,7 +609,8 @@ private Q_SLOTS:
             QImage strip(cell * int(steps.size()), cell * 4, QImage::Format_RGB32);
             QPainter painter(&strip);
             // A light panel, then a dark one: the recoloured icon, then the pixmap.
-            for (const auto& [row, panel, fore] : { std::tuple { 0, "#f6f5f4", "#2e3436" }, { 2, "#2b2b2b", "#ffffff" } }) {
+            for (const auto& [row, panel, fore] :
+                { std::tuple { 0, "#f6f5f4", "#2e3436" }, { 2, "#2b2b2b", "#ffffff" } }) {
                 painter.fillRect(0, row * cell, strip.width(), 2 * cell, QColor(panel));
                 for (int i = 0; i < steps.size(); ++i) {
                     painter.drawImage(i * cell + 3, row * cell + 3, symbolic(steps[i], size, fore));
@@ -617,11 +619,14 @@ private Q_SLOTS:
             }
             painter.end();
             const QString folder = qEnvironmentVariable("LIMITRA_TRAY_ARTIFACTS");
-            QVERIFY(folder.isEmpty() || (QDir().mkpath(folder) && strip.save(QString("%1/gauge-%2.png").arg(folder).arg(size))));
+            QVERIFY(folder.isEmpty()
+                || (QDir().mkpath(folder) && strip.save(QString("%1/gauge-%2.png").arg(folder).arg(size))));
             for (int i = 2; i < steps.size(); ++i) {
-                QVERIFY2(light(symbolic(steps[i], size, "#fff")) > light(symbolic(steps[i - 1], size, "#fff")),
+                QVERIFY2(
+                    light(symbolic(steps[i], size, "#fff")) > light(symbolic(steps[i - 1], size, "#fff")),
                     qPrintable(QString::number(steps[i])));
-                QVERIFY2(light(GaugeIcon::image(steps[i], size)) > light(GaugeIcon::image(steps[i - 1], size)),
+                QVERIFY2(
+                    light(GaugeIcon::image(steps[i], size)) > light(GaugeIcon::image(steps[i - 1], size)),
                     qPrintable(QString::number(steps[i])));
             }
         }

@@ -47,7 +47,6 @@ public:
     // The lines above the actions; a change is a new layout revision for the hosts.
     void setLimits(const QStringList& lines);
     QStringList limits() const { return m_limits; }
-    uint revision() const { return m_revision; }
 
 public Q_SLOTS:
     Q_SCRIPTABLE uint GetLayout(

@@ -129,7 +129,8 @@ void TrayItem::update()
     }
     if (m_fallback) {
         m_fallback->setIcon(QIcon(QPixmap::fromImage(GaugeIcon::image(step, 48))));
-        m_fallback->setToolTip(QStringList { QStringLiteral("Limitra"), toolTipText() }.join(u'\n').trimmed());
+        m_fallback->setToolTip(
+            QStringList { QStringLiteral("Limitra"), toolTipText() }.join(u'\n').trimmed());
     }
 }
 
