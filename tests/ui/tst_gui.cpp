@@ -7,6 +7,7 @@
 #include "ui/settings/WelcomeWindow.h"
 #include "ui/snapshot/PanelSnapshot.h"
 #include "ui/snapshot/SnapshotMode.h"
+#include "ui/tray/GaugeIcon.h"
 #include "ui/tray/PanelWindow.h"
 #include "ui/tray/SingleInstance.h"
 #include "ui/tray/SniTypes.h"
@@ -17,9 +18,11 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDesktopServices>
+#include <QPainter>
 #include <QProcess>
 #include <QQuickItem>
 #include <QSignalSpy>
+#include <QSvgRenderer>
 #include <QTest>
 
 #include <list>
@@ -145,6 +148,14 @@ struct App
         const QFuture<void> done = app->store().refresh(); // with its update check
         QVERIFY(QTest::qWaitFor([&] { return done.isFinished(); }, 5000));
     }
+    // Settings written as key=value pairs; "false" is the boolean.
+    void setAll(const QString& pairs)
+    {
+        for (const QString& pair : pairs.split(' ', Qt::SkipEmptyParts)) {
+            const QString value = pair.section('=', 1);
+            env.defaults->setValue(pair.section('=', 0, 0), value == "false" ? QVariant(false) : value);
+        }
+    }
     // Opens the drop-down panel (again: lays it out anew) and returns its content.
     QQuickItem* panel()
     {
@@ -221,6 +232,7 @@ private Q_SLOTS:
     {
         a.reset();
         registered.clear();
+        seen.clear();
         opened.clear();
         QGuiApplication::setPalette(QPalette());
     }
@@ -489,17 +501,20 @@ private Q_SLOTS:
     }
 
     // From C 30 % · X 55 % left, a new record or setting reaches the host with the signals it waits for.
+    // Hidden services count nowhere: not in the needle, not in the tooltip.
     void trayFollowsRecordsAndSettings_data()
     {
         table(R"(
-        | key | value | label | toolTip | icon
-        new record | | 96 57 | C 96% · X 57% | C 96% · X 57% | 60
-        same step  | | 34 55 | C 34% · X 55% | C 34% · X 55% | 30
-        no data    | | -1 -1 | C – · X –     | C – · X –     | none
-        used       | percentMode  | used         | C 70% · X 45% | C 70% · X 45% | 30
-        worst      | menuBarStyle | iconAndWorst | 30%           | 30%           | 30
-        icon only  | menuBarStyle | iconOnly     |               | C 30% · X 55% | 30
-        no Claude  | showClaude   | false        | X 55%         | X 55%         | 60
+                            | left  | settings                              | label         | toolTip       | icon
+        new record          | 96 57 |                                       | C 96% · X 57% | C 96% · X 57% | 60
+        same step           | 34 55 |                                       | C 34% · X 55% | C 34% · X 55% | 30
+        no data             | -1 -1 |                                       | C – · X –     | C – · X –     | none
+        used                |       | percentMode=used                      | C 70% · X 45% | C 70% · X 45% | 30
+        worst               |       | menuBarStyle=iconAndWorst             | 30%           | 30%           | 30
+        icon only           |       | menuBarStyle=iconOnly                 |               | C 30% · X 55% | 30
+        no Claude           |       | showClaude=false                      | X 55%         | X 55%         | 60
+        icon only, no Codex | 55 30 | menuBarStyle=iconOnly showCodex=false |               | C 55%         | 60
+        neither             |       | showClaude=false showCodex=false      |               |               | none
         )");
     }
     void trayFollowsRecordsAndSettings()
@@ -514,11 +529,9 @@ private Q_SLOTS:
         t.set(left(30), left(55));
         QTRY_VERIFY(seen.contains("XAyatanaNewLabel|C 30% · X 55%|C 100% · X 100%"));
         seen.clear();
-        const QStringList value = cell("value").split(' ');
-        if (cell("key").isEmpty())
-            t.set(left(value[0].toDouble()), left(value[1].toDouble()));
-        else
-            t.env.defaults->setValue(cell("key"), value[0] == "false" ? QVariant(false) : QVariant(value[0]));
+        if (const QStringList left = cell("left").split(' '); left.size() == 2)
+            t.set(::left(left[0].toDouble()), ::left(left[1].toDouble()));
+        t.setAll(cell("settings"));
         const QVariantMap all = qdbus_cast<QVariantMap>(
             t.call("/StatusNotifierItem", "org.freedesktop.DBus.Properties", "GetAll", { kItem })
                 .arguments()[0]);
@@ -532,25 +545,127 @@ private Q_SLOTS:
         QCOMPARE(seen.contains("NewIcon"), cell("icon") != "30");
     }
 
-    // Clicks on the item and its menu, as the host sends them, and the panel's own ways to close.
-    void trayClicksAndMenuReachTheApp()
+    // The menu starts with what the panel shows, renewed after every refresh; a line opens the panel.
+    void trayMenuListsTheLimits_data()
+    {
+        table(R"(
+                    | settings                         | codex             | entries
+        both shown  |                                  | No pude (HTTP 500). | Claude Code · Sesión de 5 h — 63 % restante · 2h 5m / Claude Code · weekly__extra — 10 % restante / Codex · No pude (HTTP 500).
+        used        | percentMode=used                 |                   | Claude Code · Sesión de 5 h — 37 % usado · 2h 5m / Claude Code · weekly__extra — 90 % usado / Codex · Cargando…
+        no Claude   | showClaude=false                 | No pude (HTTP 500). | Codex · No pude (HTTP 500).
+        neither     | showClaude=false showCodex=false |                   |
+        )");
+    }
+    void trayMenuListsTheLimits()
     {
         App& t = app();
         t.app->start();
+        hostBus().connect(t.app->tray().serviceName(), "/MenuBar", "com.canonical.dbusmenu", "LayoutUpdated",
+            this, SLOT(onSignal(QDBusMessage)));
+        t.set(usage({ row("Sesión de 5 h", 37, kNow + 7500), row("weekly_extra", 90) }, kNow),
+            usage({}, {}, given(cell("codex"))));
+        t.setAll(cell("settings"));
+        const QDBusMessage reply
+            = t.call("/MenuBar", "com.canonical.dbusmenu", "GetLayout", { 0, -1, QStringList() });
+        QTRY_VERIFY(seen.contains("LayoutUpdated|" + reply.arguments().value(0).toString() + "|0"));
+        QStringList labels;
+        QList<int> ids;
+        for (const QVariant& child : qdbus_cast<MenuLayout>(reply.arguments().value(1)).children) {
+            const MenuLayout entry = qdbus_cast<MenuLayout>(child.value<QDBusVariant>().variant());
+            labels << entry.properties.value("label", "-").toString();
+            ids << entry.id;
+        }
+        const QString actions = "Límites / Actualizar ahora / Ajustes / - / Salir";
+        QCOMPARE(
+            labels.join(" / "), cell("entries").isEmpty() ? actions : cell("entries") + " / - / " + actions);
+        t.call("/MenuBar", "com.canonical.dbusmenu", "Event",
+            { ids[0], QStringLiteral("clicked"), QVariant::fromValue(QDBusVariant(0)), 0u });
+        QTRY_VERIFY(t.app->panel().isVisible());
+    }
+
+    // The dial itself carries the level: each step draws more of it solid, in the icon hosts
+    // recolour and in the pixmaps alike. Strips of every gauge, as light and dark panels
+    // show them, go to artifacts/tray/ for a person to look at.
+    void gaugeDialCarriesTheLevel()
+    {
+        const auto symbolic = [](int step, int size, const char* ink) {
+            QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
+            image.fill(Qt::transparent);
+            QPainter painter(&image);
+            QSvgRenderer(GaugeIcon::svg(step).replace("currentColor", ink)).render(&painter);
+            return image;
+        };
+        // How much light the icon puts on a black panel.
+        const auto light = [](const QImage& image) {
+            qint64 sum = 0;
+            for (int y = 0; y < image.height(); ++y)
+                for (int x = 0; x < image.width(); ++x)
+                    sum += qGray(image.pixel(x, y)) * qAlpha(image.pixel(x, y));
+            return sum;
+        };
+        const QList<int> steps { GaugeIcon::kNoData, 0, 10, 20, 30, 40, 50, 60, 70, 80, 90, 100 };
+        for (const int size : { 16, 22 }) {
+            const int cell = size + 6;
+            QImage strip(cell * int(steps.size()), cell * 4, QImage::Format_RGB32);
+            QPainter painter(&strip);
+            // A light panel, then a dark one: the recoloured icon, then the pixmap.
+            for (const auto& [row, panel, fore] :
+                { std::tuple { 0, "#f6f5f4", "#2e3436" }, { 2, "#2b2b2b", "#ffffff" } }) {
+                painter.fillRect(0, row * cell, strip.width(), 2 * cell, QColor(panel));
+                for (int i = 0; i < steps.size(); ++i) {
+                    painter.drawImage(i * cell + 3, row * cell + 3, symbolic(steps[i], size, fore));
+                    painter.drawImage(i * cell + 3, (row + 1) * cell + 3, GaugeIcon::image(steps[i], size));
+                }
+            }
+            painter.end();
+            const QString folder = qEnvironmentVariable("LIMITRA_TRAY_ARTIFACTS");
+            QVERIFY(folder.isEmpty()
+                || (QDir().mkpath(folder) && strip.save(QString("%1/gauge-%2.png").arg(folder).arg(size))));
+            for (int i = 2; i < steps.size(); ++i) {
+                QVERIFY2(
+                    light(symbolic(steps[i], size, "#fff")) > light(symbolic(steps[i - 1], size, "#fff")),
+                    qPrintable(QString::number(steps[i])));
+                QVERIFY2(
+                    light(GaugeIcon::image(steps[i], size)) > light(GaugeIcon::image(steps[i - 1], size)),
+                    qPrintable(QString::number(steps[i])));
+            }
+        }
+    }
+
+    // Clicks on the item and its menu, as the host sends them, and the panel's own ways to close.
+    void trayClicksAndMenuReachTheApp()
+    {
+        // A start prints nothing, whatever the host reads (the offscreen platform's own notes aside).
+        QTest::failOnWarning(QRegularExpression("^(?!This plugin does not support )"));
+        App& t = app();
+        t.app->start();
         PanelWindow& panel = t.app->panel();
-        const auto menuClick = [&](int id) {
-            t.call("/MenuBar", "com.canonical.dbusmenu", "Event",
-                { id, QStringLiteral("clicked"), QVariant::fromValue(QDBusVariant(0)), 0u });
+        QString interfaces;
+        for (const QString path : { "/StatusNotifierItem", "/MenuBar" })
+            interfaces += t.call(path, "org.freedesktop.DBus.Introspectable", "Introspect", {})
+                              .arguments()
+                              .value(0)
+                              .toString();
+        QVERIFY(interfaces.contains("\"EventGroup\""));
+        // Hosts send clicks one by one or in groups.
+        const auto menuClick = [&](int id, bool grouped) {
+            const QDBusVariant data(0);
+            const QDBusMessage answer = grouped
+                ? t.call("/MenuBar", "com.canonical.dbusmenu", "EventGroup",
+                    { QVariant::fromValue(MenuEvents { { id, QStringLiteral("clicked"), data, 0u } }) })
+                : t.call("/MenuBar", "com.canonical.dbusmenu", "Event",
+                    { id, QStringLiteral("clicked"), QVariant::fromValue(data), 0u });
+            QCOMPARE(answer.type(), QDBusMessage::ReplyMessage);
         };
         t.call("/StatusNotifierItem", kItem, "Activate", { 0, 0 });
         QTRY_VERIFY(panel.isVisible());
         QTest::keyClick(&panel, Qt::Key_Escape);
         QVERIFY(!panel.isVisible());
-        menuClick(2);
+        menuClick(2, true);
         QTRY_COMPARE(t.fetches, 2);
-        menuClick(1);
+        menuClick(1, false);
         QTRY_VERIFY(panel.isVisible());
-        menuClick(3);
+        menuClick(3, true);
         QTRY_VERIFY(t.app->settingsWindow().window() && t.app->settingsWindow().window()->isVisible());
         // Focus elsewhere closes the panel; the click on the icon that took it does not reopen it.
         panel.toggle({});

@@ -3,24 +3,19 @@
 namespace limitra {
 
 namespace {
-// Entry ids: the root is 0, the entries count from 1 and the separator
-// takes the id after them.
+// Entry ids: the root is 0, the actions count from 1, the separator before
+// "Salir" takes the id after them, the one below the limits the next, and the
+// limit lines count on from there.
 constexpr int kRoot = 0;
+constexpr int kActions = 4;
+constexpr int kQuitSeparator = kActions + 1;
+constexpr int kLimitsSeparator = kActions + 2;
+constexpr int kFirstLimit = kActions + 3;
 
-int separatorId()
+// A lone underscore marks the access key; data such as a limit's title may hold one.
+QString escaped(const QString& label)
 {
-    return int(trayMenuEntries().size()) + 1;
-}
-
-QList<int> layoutIds()
-{
-    QList<int> ids;
-    for (int i = 1; i <= trayMenuEntries().size(); ++i) {
-        if (i == trayMenuEntries().size())
-            ids.append(separatorId());
-        ids.append(i);
-    }
-    return ids;
+    return QString(label).replace(u'_', QStringLiteral("__"));
 }
 
 QVariantMap only(const QVariantMap& all, const QStringList& names)
@@ -45,22 +40,51 @@ QList<TrayMenuEntry> trayMenuEntries()
     };
 }
 
-DBusMenu::DBusMenu(QObject* parent)
+DBusMenu::DBusMenu(std::function<void(TrayAction)> onChosen, QObject* parent)
     : QObject(parent)
+    , m_onChosen(std::move(onChosen))
 {
+    Q_ASSERT(trayMenuEntries().size() == kActions);
     registerSniTypes();
+}
+
+void DBusMenu::setLimits(const QStringList& lines)
+{
+    if (lines == m_limits)
+        return;
+    m_limits = lines;
+    Q_EMIT LayoutUpdated(++m_revision, kRoot);
+}
+
+QList<int> DBusMenu::layoutIds() const
+{
+    QList<int> ids;
+    for (int i = 0; i < m_limits.size(); ++i)
+        ids.append(kFirstLimit + i);
+    if (!m_limits.isEmpty())
+        ids.append(kLimitsSeparator);
+    for (int id = 1; id <= kActions; ++id) {
+        if (id == kActions)
+            ids.append(kQuitSeparator);
+        ids.append(id);
+    }
+    return ids;
 }
 
 QVariantMap DBusMenu::properties(int id) const
 {
     if (id == kRoot)
         return { { QStringLiteral("children-display"), QStringLiteral("submenu") } };
-    if (id == separatorId())
+    if (id == kQuitSeparator || id == kLimitsSeparator)
         return { { QStringLiteral("type"), QStringLiteral("separator") } };
-    const QList<TrayMenuEntry> entries = trayMenuEntries();
-    if (id < 1 || id > entries.size())
+    QString label;
+    if (id >= 1 && id <= kActions)
+        label = trayMenuEntries().at(id - 1).label;
+    else if (id >= kFirstLimit && id - kFirstLimit < m_limits.size())
+        label = escaped(m_limits.at(id - kFirstLimit));
+    else
         return {};
-    return { { QStringLiteral("label"), entries.at(id - 1).label }, { QStringLiteral("enabled"), true },
+    return { { QStringLiteral("label"), label }, { QStringLiteral("enabled"), true },
         { QStringLiteral("visible"), true } };
 }
 
@@ -74,7 +98,7 @@ uint DBusMenu::GetLayout(
             layout.children.append(QVariant::fromValue(QDBusVariant(QVariant::fromValue(child))));
         }
     }
-    return 1;
+    return m_revision;
 }
 
 MenuItemPropertiesList DBusMenu::GetGroupProperties(const QList<int>& ids, const QStringList& propertyNames)
@@ -92,9 +116,12 @@ QDBusVariant DBusMenu::GetProperty(int id, const QString& name)
 
 void DBusMenu::Event(int id, const QString& eventId, const QDBusVariant&, uint)
 {
-    const QList<TrayMenuEntry> entries = trayMenuEntries();
-    if (eventId == QLatin1String("clicked") && id >= 1 && id <= entries.size())
-        Q_EMIT entryClicked(id - 1);
+    if (eventId != QLatin1String("clicked"))
+        return;
+    if (id >= 1 && id <= kActions)
+        m_onChosen(trayMenuEntries().at(id - 1).action);
+    else if (id >= kFirstLimit && id - kFirstLimit < m_limits.size())
+        m_onChosen(TrayAction::Panel);
 }
 
 QList<int> DBusMenu::EventGroup(const MenuEvents& events)

@@ -5,6 +5,8 @@
 #include <QObject>
 #include <QStringList>
 
+#include <functional>
+
 namespace limitra {
 
 // What the tray item's menu offers.
@@ -15,11 +17,13 @@ struct TrayMenuEntry
     TrayAction action;
     QString label;
 };
-// In order; a separator stands before "Salir".
+// The actions, in order; a separator stands before "Salir".
 QList<TrayMenuEntry> trayMenuEntries();
 
 // The item's menu for hosts that draw it themselves (com.canonical.dbusmenu):
 // Ayatana hosts show it on a click and will not show an item without one.
+// Hosts such as GNOME's open it on a left click, where others open the panel,
+// so it starts with the limits themselves: one line each, above the actions.
 class DBusMenu : public QObject
 {
     Q_OBJECT
@@ -32,12 +36,17 @@ class DBusMenu : public QObject
 public:
     static inline const QString kPath = QStringLiteral("/MenuBar");
 
-    explicit DBusMenu(QObject* parent = nullptr);
+    // onChosen hears the chosen entry's action; a limit line opens the panel.
+    explicit DBusMenu(std::function<void(TrayAction)> onChosen, QObject* parent = nullptr);
 
     uint version() const { return 3; }
     QString textDirection() const { return QStringLiteral("ltr"); }
     QString status() const { return QStringLiteral("normal"); }
     QStringList iconThemePath() const { return {}; }
+
+    // The lines above the actions; a change is a new layout revision for the hosts.
+    void setLimits(const QStringList& lines);
+    QStringList limits() const { return m_limits; }
 
 public Q_SLOTS:
     Q_SCRIPTABLE uint GetLayout(
@@ -54,11 +63,14 @@ Q_SIGNALS:
     Q_SCRIPTABLE void LayoutUpdated(uint revision, int parent);
     Q_SCRIPTABLE void ItemActivationRequested(int id, uint timestamp);
 
-    // Not for the bus: the position of the clicked entry in trayMenuEntries().
-    void entryClicked(int index);
-
 private:
     QVariantMap properties(int id) const;
+    QList<int> layoutIds() const;
+
+    // A callback, not a signal: the bus would try to relay every signal of the object.
+    std::function<void(TrayAction)> m_onChosen;
+    QStringList m_limits;
+    uint m_revision = 1;
 };
 
 } // namespace limitra

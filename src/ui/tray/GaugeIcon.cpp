@@ -28,10 +28,13 @@ QList<int> allSteps()
     return steps;
 }
 
-QImage render(int step, int size, const char* colour)
+// `whole` draws the faint part of the dial as solid as the rest.
+QImage render(int step, int size, const char* colour, bool whole = false)
 {
     QByteArray source = svg(step);
     source.replace("currentColor", colour);
+    if (whole)
+        source.replace("fill-opacity=", "data-opacity=");
     QSvgRenderer renderer(source);
     QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
@@ -70,8 +73,9 @@ QByteArray svg(int step)
 QImage image(int step, int size)
 {
     // A dark copy nudged one pixel each way makes the rim; the light copy on top
-    // is the gauge itself.
-    const QImage rim = render(step, size, "#1e1e1e");
+    // is the gauge itself. The rim outlines the whole dial, so its faint part
+    // reads dark and its solid part light on any panel.
+    const QImage rim = render(step, size, "#1e1e1e", true);
     const QImage face = render(step, size, "#f2f2f2");
     QImage out(size, size, QImage::Format_ARGB32_Premultiplied);
     out.fill(Qt::transparent);

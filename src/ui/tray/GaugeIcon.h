@@ -12,8 +12,9 @@ namespace limitra {
 class UsageStore;
 
 // The tray's gauge: its needle shows the lowest left percentage of the shown
-// services in steps of 10, so the icon alone tells where the user stands on
-// hosts that draw no label.
+// services in steps of 10, and its dial is solid up to the needle and faint
+// beyond, so the icon alone tells where the user stands on hosts that draw no
+// label, even at 16 px.
 namespace GaugeIcon {
 inline constexpr int kNoData = -1;
 
@@ -25,7 +26,8 @@ int stepOf(const UsageStore& store);
 QString name(int step);
 // The SVG as installed, with its colour left to the host's stylesheet.
 QByteArray svg(int step);
-// Drawn light with a dark rim, legible on light and dark panels alike.
+// Drawn light with a dark rim, legible on light and dark panels alike: the
+// solid part of the dial reads light, the faint part dark.
 QImage image(int step, int size);
 // The pixmaps hosts that ignore names use: 16, 22, 32 and 48 px.
 SniPixmaps pixmaps(int step);

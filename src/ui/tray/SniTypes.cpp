@@ -18,6 +18,9 @@ void registerSniTypes()
         qDBusRegisterMetaType<MenuItemPropertiesList>();
         qDBusRegisterMetaType<MenuEvent>();
         qDBusRegisterMetaType<MenuEvents>();
+        // The bus finds a slot's argument types by the names written in its
+        // signature; EventGroup's is the alias, unknown to it otherwise.
+        qRegisterMetaType<MenuEvents>("limitra::MenuEvents");
     });
 }
 

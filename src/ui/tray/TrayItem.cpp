@@ -1,8 +1,10 @@
 #include "ui/tray/TrayItem.h"
 
+#include "model/FormatUtil.h"
 #include "platform/Defaults.h"
 #include "store/MenuBarText.h"
 #include "store/UsageStore.h"
+#include "ui/panel/PanelFormat.h"
 #include "ui/tray/GaugeIcon.h"
 #include "ui/tray/StatusNotifierItem.h"
 
@@ -34,7 +36,7 @@ TrayItem::TrayItem(UsageStore& store, QObject* parent)
     : QObject(parent)
     , m_store(store)
     , m_item(new StatusNotifierItem(this))
-    , m_dbusMenu(new DBusMenu(this))
+    , m_dbusMenu(new DBusMenu([this](TrayAction action) { Q_EMIT actionTriggered(action); }, this))
 {
     m_item->setMenu(QDBusObjectPath(DBusMenu::kPath));
     connect(m_item, &StatusNotifierItem::activated, this, [this](int x, int y) {
@@ -43,12 +45,11 @@ TrayItem::TrayItem(UsageStore& store, QObject* parent)
     connect(m_item, &StatusNotifierItem::contextMenuRequested, this, [this](int x, int y) {
         showMenu({ x, y });
     });
-    connect(m_dbusMenu, &DBusMenu::entryClicked, this,
-        [this](int index) { Q_EMIT actionTriggered(trayMenuEntries().at(index).action); });
 
-    // The store tells of the four display settings through menuBarTextChanged.
-    for (auto signal :
-        { &UsageStore::menuBarTextChanged, &UsageStore::claudeChanged, &UsageStore::codexChanged })
+    // The store tells of the four display settings through menuBarTextChanged;
+    // its clock moves the menu's countdowns.
+    for (auto signal : { &UsageStore::menuBarTextChanged, &UsageStore::claudeChanged,
+             &UsageStore::codexChanged, &UsageStore::nowChanged })
         connect(&m_store, signal, this, &TrayItem::update);
     m_themePath = GaugeIcon::themePath();
     update();
@@ -78,9 +79,40 @@ QString TrayItem::toolTipText() const
     const QString text = label();
     if (!text.isEmpty())
         return text;
-    // Where the label says nothing, the tooltip still gives both services.
-    return MenuBarText::compose(m_store.claude(), m_store.codex(), true, true,
+    // Where the label says nothing, the tooltip still gives each shown service.
+    return MenuBarText::compose(m_store.claude(), m_store.codex(), m_store.showClaude(), m_store.showCodex(),
         QStringLiteral("iconAndPercents"), m_store.environment().defaults->percentMode());
+}
+
+QStringList TrayItem::limitLines() const
+{
+    const QString separator = QStringLiteral(" · ");
+    const QString mode = m_store.environment().defaults->percentMode();
+    QStringList lines;
+    const auto add = [&](bool shown, const QString& name, const ServiceUsage& usage) {
+        if (!shown)
+            return;
+        switch (PanelFormat::cardState(usage)) {
+        case PanelFormat::ErrorCard:
+            lines.append(name + separator + *usage.error);
+            break;
+        case PanelFormat::LoadingCard:
+            lines.append(name + separator + QStringLiteral("Cargando…"));
+            break;
+        case PanelFormat::RowsCard:
+            for (const LimitRow& row : usage.rows) {
+                QString line = name + separator + row.title + QStringLiteral(" — ")
+                    + PanelFormat::percentText(row, mode);
+                if (row.resetsAt)
+                    line += separator + FormatUtil::countdown(*row.resetsAt, m_store.now());
+                lines.append(line);
+            }
+            break;
+        }
+    };
+    add(m_store.showClaude(), QStringLiteral("Claude Code"), m_store.claude());
+    add(m_store.showCodex(), QStringLiteral("Codex"), m_store.codex());
+    return lines;
 }
 
 void TrayItem::update()
@@ -90,9 +122,15 @@ void TrayItem::update()
         m_item->setIcon(GaugeIcon::name(step), m_themePath, GaugeIcon::pixmaps(step));
     m_item->setLabel(label(), labelGuide());
     m_item->setToolTipText(toolTipText());
+    if (const QStringList lines = limitLines(); lines != m_dbusMenu->limits()) {
+        m_dbusMenu->setLimits(lines);
+        if (m_menu)
+            fillMenu();
+    }
     if (m_fallback) {
         m_fallback->setIcon(QIcon(QPixmap::fromImage(GaugeIcon::image(step, 48))));
-        m_fallback->setToolTip(QStringLiteral("Limitra\n") + toolTipText());
+        m_fallback->setToolTip(
+            QStringList { QStringLiteral("Limitra"), toolTipText() }.join(u'\n').trimmed());
     }
 }
 
@@ -180,14 +218,26 @@ QMenu& TrayItem::menu()
 {
     if (!m_menu) {
         m_menu = std::make_unique<QMenu>();
-        for (const TrayMenuEntry& entry : trayMenuEntries()) {
-            if (entry.action == TrayAction::Quit)
-                m_menu->addSeparator();
-            const TrayAction action = entry.action;
-            m_menu->addAction(entry.label, this, [this, action] { Q_EMIT actionTriggered(action); });
-        }
+        fillMenu();
     }
     return *m_menu;
+}
+
+// The same entries as the bus menu, for the XEmbed tray.
+void TrayItem::fillMenu()
+{
+    m_menu->clear();
+    for (const QString& line : m_dbusMenu->limits())
+        m_menu->addAction(QString(line).replace(u'&', QStringLiteral("&&")), this,
+            [this] { Q_EMIT actionTriggered(TrayAction::Panel); });
+    if (!m_menu->isEmpty())
+        m_menu->addSeparator();
+    for (const TrayMenuEntry& entry : trayMenuEntries()) {
+        if (entry.action == TrayAction::Quit)
+            m_menu->addSeparator();
+        const TrayAction action = entry.action;
+        m_menu->addAction(entry.label, this, [this, action] { Q_EMIT actionTriggered(action); });
+    }
 }
 
 void TrayItem::showMenu(QPoint point)

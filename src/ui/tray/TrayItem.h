@@ -41,6 +41,9 @@ public:
     QString label() const;
     QString labelGuide() const;
     QString toolTipText() const;
+    // The menu's first lines: each shown service's limits as the panel shows
+    // them, or its error, e.g. "Claude Code · Sesión de 5 h — 63 % restante · 2h 5m".
+    QStringList limitLines() const;
 
 Q_SIGNALS:
     // A click on the item; (0, 0) when the host gave no point.
@@ -55,6 +58,7 @@ private:
     void setHost(Host host);
     void showMenu(QPoint point);
     QMenu& menu();
+    void fillMenu();
 
     UsageStore& m_store;
     StatusNotifierItem* m_item;
