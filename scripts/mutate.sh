@@ -51,8 +51,8 @@ tests_for() {
         services/codex) echo "tst_services|tst_keychainoffline|tst_entry|tst_journeys" ;;
         update) echo "tst_core|tst_gui|tst_entry|tst_journeys" ;;
         store) echo "tst_core|tst_gui|tst_entry|tst_journeys" ;;
-        ui) echo "tst_gui|tray_host|tst_entry|tst_journeys" ;;
-        app) echo "tst_entry|tst_gui|tray_host|tst_journeys" ;;
+        ui) echo "tst_gui|desktop_host|tst_entry|tst_journeys" ;;
+        app) echo "tst_entry|tst_gui|desktop_host|tst_journeys" ;;
         *) echo "" ;;
     esac
 }
@@ -164,7 +164,7 @@ targets_for() { # the test executables of a filter, plus the binary and GUI modu
     local re=$1 t out=()
     for t in $(ctest --test-dir "$build" -N | awk '/Test +#/ {print $3}'); do
         [[ $t =~ ^($re)$ || ( $re == "." ) ]] || continue
-        # Script-driven tests (tray_host, the package tests) are no build target;
+        # Script-driven tests (desktop_host, the package tests) are no build target;
         # they run the program and its module, which are then rebuilt instead.
         if [[ " $buildable " == *" $t "* ]]; then out+=("$t"); else out+=(limitra limitra_gui); fi
     done

@@ -17,6 +17,7 @@ packages=(
     dpkg-dev desktop-file-utils appstream man-db lintian
     clang libclang-rt-14-dev
     xvfb xfce4-panel xfce4-indicator-plugin ayatana-indicator-application x11-utils imagemagick
+    xfwm4 xdotool sway waybar xwayland wayvnc grim xcursor-themes jq python3
 )
 
 missing=()

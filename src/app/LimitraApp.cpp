@@ -109,13 +109,12 @@ void LimitraApp::openWelcome()
     m_welcome->show();
 }
 
-bool LimitraApp::prefersXwayland(int argc, char** argv)
+bool LimitraApp::prefersX11(int argc, char** argv)
 {
     // A Wayland client cannot place its windows, so the panel could not open
-    // under the tray icon; an X11 client of the same session can. The user's
-    // own choice of platform stands.
-    if (qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") || qEnvironmentVariableIsEmpty("DISPLAY")
-        || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+    // under the tray icon; an X11 client of the same session (Xwayland) can.
+    // The user's own choice of platform stands.
+    if (qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         return false;
     for (int i = 1; i < argc; ++i)
         if (std::strcmp(argv[i], "-platform") == 0)
@@ -135,7 +134,7 @@ int LimitraApp::main(int argc, char** argv)
     std::vector<char*> args(argv, argv + argc);
     static char platformOption[] = "-platform";
     static char xcb[] = "xcb";
-    if (prefersXwayland(argc, argv)) {
+    if (prefersX11(argc, argv)) {
         args.push_back(platformOption);
         args.push_back(xcb);
     }

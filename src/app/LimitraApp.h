@@ -31,8 +31,8 @@ public:
 
     // Builds the application object and runs until the user quits. Status 0.
     static int main(int argc, char** argv);
-    // Whether this start runs through Xwayland rather than as a Wayland client.
-    static bool prefersXwayland(int argc, char** argv);
+    // Whether this start runs as an X11 client, through Xwayland in a Wayland session.
+    static bool prefersX11(int argc, char** argv);
 
     // Puts the item in the tray and, for a user who never saw it, opens the
     // welcome guide (marking it seen first).
