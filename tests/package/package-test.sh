@@ -24,7 +24,7 @@ expected=$({
 actual=$(cd "$root" && find . -type f -o -type l | sed 's|^\./||' | sort)
 [ "$expected" = "$actual" ] || fail "files differ: $(diff <(echo "$expected") <(echo "$actual"))"
 desktop=$usr/share/applications/app.limitra.Limitra.desktop
-out=$(desktop-file-validate "$desktop" 2>&1) && ! grep -qiE 'error|warning' <<<"$out" || fail "desktop-file-validate: $out"
+out=$(desktop-file-validate "$desktop" 2>&1) && ! grep -qiE 'error|warning|hint' <<<"$out" || fail "desktop-file-validate: $out"
 [ -x "$usr/bin/$(sed -n 's/^Exec=//p' "$desktop")" ] || fail "Exec= names no installed program"
 [ -f "$usr/share/icons/hicolor/scalable/apps/$(sed -n 's/^Icon=//p' "$desktop").svg" ] || fail "Icon= not installed"
 out=$(appstreamcli validate-tree --no-net --explain "$root" 2>&1) || fail "appstreamcli: $out"
