@@ -44,6 +44,14 @@ after_rss=$(rss)
 label=$(gdbus call --session -d "$item" -o /StatusNotifierItem -m org.freedesktop.DBus.Properties.Get \
     org.kde.StatusNotifierItem XAyatanaLabel)
 
+# The panel: built at its first opening; opening and closing it again must not grow.
+activate() { gdbus call --session -d "$item" -o /StatusNotifierItem -m org.kde.StatusNotifierItem.Activate 0 0 >/dev/null; }
+activate && sleep 2
+panel_rss=$(rss)
+for _ in $(seq 100); do activate && sleep 0.1; activate && sleep 0.1; done
+sleep 2
+panel_after=$(rss)
+
 ticks=$(getconf CLK_TCK)
 before=$(cpu)
 sleep "$idle"
@@ -53,5 +61,7 @@ printf '%-40s %s\n' "tray: resident after start" "$start_rss"
 printf '%-40s %s\n' "tray: label after the refreshes" "$label"
 printf '%-40s %s (%d requests in %d s)\n' "tray: resident after $refreshes refreshes" "$after_rss" \
     "$refreshes" "$((end - begin))"
+printf '%-40s %s\n' "tray: resident after the panel opened" "$panel_rss"
+printf '%-40s %s\n' "tray: resident after 100 more openings" "$panel_after"
 printf '%-40s %s\n' "tray: CPU over ${idle} s idle" \
     "$(awk -v u="$used" -v t="$ticks" -v s="$idle" 'BEGIN { printf "%.3f %% of one core (%d ticks)", 100 * u / t / s, u }')"
