@@ -679,20 +679,27 @@ private Q_SLOTS:
         QVERIFY(panel.isVisible());
     }
 
-    // On a 1280 × 800 screen with a 28 px panel at the top.
+    // On a 1280 × 800 screen; the work area leaves out the panel that holds the tray. With no
+    // click point ("-") the panel hangs from the tray's corner.
     void panelOpensBesideTheIcon_data()
     {
         table(R"(
-        | x | y | corner
-        top panel, middle     | 640  | 14  | 460 28
-        top panel, right edge | 1270 | 14  | 920 28
-        bottom panel          | 10   | 790 | 0 284
+        | x    | y   | area            | corner
+        top panel, middle         | 640  | 14  | 0 28 1280 772 | 460 28
+        top panel, right edge     | 1270 | 14  | 0 28 1280 772 | 920 28
+        bottom panel              | 10   | 790 | 0 0 1280 772  | 0 272
+        top panel, no click       | -    | -   | 0 28 1280 772 | 920 34
+        bottom panel, no click    | -    | -   | 0 0 1280 772  | 920 265
+        bar X11 cannot see, no click | - | -   | 0 0 1280 800  | 920 38
         )");
     }
     void panelOpensBesideTheIcon()
     {
-        const QPoint corner = PanelWindow::place(
-            { cell("x").toInt(), cell("y").toInt() }, { 360, 500 }, { 0, 28, 1280, 772 });
+        const QStringList a = cell("area").split(' ');
+        const QRect area(a[0].toInt(), a[1].toInt(), a[2].toInt(), a[3].toInt());
+        const QPoint anchor = cell("x") == u"-" ? PanelWindow::trayCorner({ 0, 0, 1280, 800 }, area)
+                                                : QPoint(cell("x").toInt(), cell("y").toInt());
+        const QPoint corner = PanelWindow::place(anchor, { 360, 500 }, area);
         QTEST(QString("%1 %2").arg(corner.x()).arg(corner.y()), "corner");
     }
 
