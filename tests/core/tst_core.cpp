@@ -534,14 +534,7 @@ private Q_SLOTS:
 
 int main(int argc, char** argv)
 {
-    // As root, rerun in a private mount namespace where the file system cases can mount.
-    if (::geteuid() == 0 && !qEnvironmentVariableIsSet("LIMITRA_UNSHARED")) {
-        qputenv("LIMITRA_UNSHARED", "1");
-        std::vector<char*> args { const_cast<char*>("unshare"), const_cast<char*>("--mount") };
-        args.insert(args.end(), argv, argv + argc + 1);
-        ::execvp("unshare", args.data());
-        qunsetenv("LIMITRA_UNSHARED");
-    }
+    limitra::test::rerunInPrivateMountNamespace(argc, argv);
     QCoreApplication app(argc, argv);
     TestCore test;
     return QTest::qExec(&test, argc, argv);

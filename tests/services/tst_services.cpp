@@ -376,14 +376,7 @@ nothing to refresh  | {"tokens":{"access_token":"at-1"}} | 401 | 200 | {"access_
 
 int main(int argc, char** argv)
 {
-    // As root, rerun in a private mount namespace, where a folder can be mounted read-only.
-    if (::geteuid() == 0 && !qEnvironmentVariableIsSet("LIMITRA_UNSHARED")) {
-        qputenv("LIMITRA_UNSHARED", "1");
-        std::vector<char*> args { const_cast<char*>("unshare"), const_cast<char*>("--mount") };
-        args.insert(args.end(), argv, argv + argc + 1);
-        ::execvp("unshare", args.data());
-        qunsetenv("LIMITRA_UNSHARED");
-    }
+    limitra::test::rerunInPrivateMountNamespace(argc, argv);
     QCoreApplication app(argc, argv);
     TestServices test;
     return QTest::qExec(&test, argc, argv);

@@ -5,6 +5,9 @@
 #include <QStringList>
 
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <vector>
 
 namespace limitra::test {
 
@@ -71,6 +74,17 @@ QString describe(const QList<LimitRow>& rows)
                          r.detail.value_or(QStringLiteral("-")));
     }
     return lines.join(u'\n');
+}
+
+void rerunInPrivateMountNamespace(int argc, char** argv)
+{
+    if (::geteuid() != 0 || qEnvironmentVariableIsSet("LIMITRA_UNSHARED"))
+        return;
+    qputenv("LIMITRA_UNSHARED", "1");
+    std::vector<char*> args { const_cast<char*>("unshare"), const_cast<char*>("--mount") };
+    args.insert(args.end(), argv, argv + argc + 1);
+    ::execvp("unshare", args.data());
+    qunsetenv("LIMITRA_UNSHARED");
 }
 
 } // namespace limitra::test

@@ -54,4 +54,8 @@ ServiceUsage usage(const QList<LimitRow>& rows, std::optional<double> updatedAt 
 // Rows as text, one per line, every number in full precision, so a mismatch shows the field.
 QString describe(const QList<LimitRow>& rows);
 
+// As root, runs this test again in a private mount namespace, where its file
+// system cases may mount (a full tmpfs, a read-only folder); otherwise returns.
+void rerunInPrivateMountNamespace(int argc, char** argv);
+
 } // namespace limitra::test
