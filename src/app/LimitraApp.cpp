@@ -9,6 +9,7 @@
 #include "ui/tray/PanelWindow.h"
 #include "ui/tray/SingleInstance.h"
 #include "ui/tray/TrayItem.h"
+#include "ui/tray/TrayRecords.h"
 
 #include <QApplication>
 #include <QQuickWindow>
@@ -31,6 +32,7 @@ LimitraApp::LimitraApp(platform::Environment env, UsageStore::Services services,
     m_settings = std::make_unique<SettingsWindow>(m_engine, m_store->environment());
     m_welcome = std::make_unique<WelcomeWindow>(m_engine, m_store->environment());
     m_tray = std::make_unique<TrayItem>(*m_store);
+    m_records = std::make_unique<TrayRecords>(*m_store);
 
     connect(m_settings.get(), &SettingsWindow::welcomeRequested, this, &LimitraApp::openWelcome);
     connect(m_actions.get(), &PanelActions::settingsRequested, this, &LimitraApp::openSettings);
@@ -69,7 +71,8 @@ void LimitraApp::start()
 PanelWindow& LimitraApp::panel()
 {
     if (!m_panel)
-        m_panel = std::make_unique<PanelWindow>(m_engine, *m_store, *m_store->environment().defaults, *m_actions);
+        m_panel
+            = std::make_unique<PanelWindow>(m_engine, *m_store, *m_store->environment().defaults, *m_actions);
     return *m_panel;
 }
 

@@ -15,6 +15,7 @@ class PanelActions;
 class PanelWindow;
 class SettingsWindow;
 class TrayItem;
+class TrayRecords;
 class WelcomeWindow;
 
 // The tray application: owns the one UsageStore of the process, the tray item,
@@ -59,6 +60,7 @@ private:
     std::unique_ptr<SettingsWindow> m_settings;
     std::unique_ptr<WelcomeWindow> m_welcome;
     std::unique_ptr<TrayItem> m_tray;
+    std::unique_ptr<TrayRecords> m_records;
 };
 
 } // namespace limitra

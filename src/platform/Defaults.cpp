@@ -61,6 +61,12 @@ QString Defaults::filePath() const
     return m_settings->fileName();
 }
 
+void Defaults::reload()
+{
+    std::lock_guard lock(m_mutex);
+    m_settings->sync();
+}
+
 QVariant Defaults::value(const QString& key) const
 {
     std::lock_guard lock(m_mutex);

@@ -36,6 +36,9 @@ public:
     static QString systemFilePath();
 
     QString filePath() const;
+    // Takes in what another process wrote to the file since it was last read.
+    // No change signal is sent: a reader that needs this polls.
+    void reload();
 
     // Stored boolean, else true (any other type counts as true).
     bool showClaude() const;
