@@ -6,6 +6,7 @@
 #include "ui/panel/PanelActions.h"
 #include "ui/settings/SettingsWindow.h"
 #include "ui/settings/WelcomeWindow.h"
+#include "ui/tray/LowLimitNotifier.h"
 #include "ui/tray/PanelWindow.h"
 #include "ui/tray/SingleInstance.h"
 #include "ui/tray/TrayItem.h"
@@ -33,9 +34,11 @@ LimitraApp::LimitraApp(platform::Environment env, UsageStore::Services services,
     m_welcome = std::make_unique<WelcomeWindow>(m_engine, m_store->environment());
     m_tray = std::make_unique<TrayItem>(*m_store);
     m_records = std::make_unique<TrayRecords>(*m_store);
+    m_notifier = std::make_unique<LowLimitNotifier>(*m_store);
 
     connect(m_settings.get(), &SettingsWindow::welcomeRequested, this, &LimitraApp::openWelcome);
     connect(m_actions.get(), &PanelActions::settingsRequested, this, &LimitraApp::openSettings);
+    connect(m_notifier.get(), &LowLimitNotifier::panelRequested, this, &LimitraApp::showPanel);
     connect(m_tray.get(), &TrayItem::activated, this, &LimitraApp::togglePanel);
     connect(m_tray.get(), &TrayItem::actionTriggered, this, [this](TrayAction action) {
         switch (action) {

@@ -11,6 +11,7 @@
 
 namespace limitra {
 
+class LowLimitNotifier;
 class PanelActions;
 class PanelWindow;
 class SettingsWindow;
@@ -61,6 +62,7 @@ private:
     std::unique_ptr<WelcomeWindow> m_welcome;
     std::unique_ptr<TrayItem> m_tray;
     std::unique_ptr<TrayRecords> m_records;
+    std::unique_ptr<LowLimitNotifier> m_notifier;
 };
 
 } // namespace limitra
