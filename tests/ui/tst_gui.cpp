@@ -197,14 +197,14 @@ public Q_SLOTS:
     uint Notify(const QString& app, uint replaces, const QString& icon, const QString& summary,
         const QString& body, const QStringList& actions, const QVariantMap& hints, int timeout)
     {
-        const QVariant urgency = hints["urgency"];
+        const QVariant byte = hints["urgency"];
+        const QString urgency
+            = byte.typeId() == QMetaType::UChar ? QString::number(byte.value<uchar>()) : "?";
         if (calls.isEmpty())
             first = QStringList { app, QString::number(replaces), icon, actions.join(','),
                 hints["desktop-entry"].toString(), QString::number(timeout) }
                         .join('|');
-        calls << QStringList { urgency.typeId() == QMetaType::UChar ? QString::number(urgency.value<uchar>()) : "not a byte",
-            summary, body }
-                     .join('|');
+        calls << QStringList { urgency, summary, body }.join('|');
         return calls.size();
     }
     QStringList GetCapabilities() { return { "actions", "body" }; }
@@ -243,8 +243,8 @@ private Q_SLOTS:
         QVERIFY(hostBus().registerObject("/StatusNotifierWatcher", this,
                     QDBusConnection::ExportScriptableSlots | QDBusConnection::ExportNonScriptableSlots)
             && hostBus().registerService("org.kde.StatusNotifierWatcher"));
-        QVERIFY(hostBus().registerObject("/org/freedesktop/Notifications", &notifications,
-                    QDBusConnection::ExportAllSlots)
+        QVERIFY(hostBus().registerObject(
+                    "/org/freedesktop/Notifications", &notifications, QDBusConnection::ExportAllSlots)
             && hostBus().registerService("org.freedesktop.Notifications"));
     }
     void cleanupTestCase() { QDesktopServices::unsetUrlHandler("https"); }
@@ -660,7 +660,7 @@ private Q_SLOTS:
             if (step == "on, later")
                 *t->env.clock = kNow + 2 * 3600 + 1; // both earlier windows have reset
             t->set(usage({ row("Sesión de 5 h", 100 - s.left, kNow + s.hours * 3600, {}, "claude-5h"),
-                             row("Semanal", 98, {}, {}, "claude-7d") }),
+                       row("Semanal", 98, {}, {}, "claude-7d") }),
                 usage({ row("Semanal", 80, kNow + 86400, {}, "codex-secondary") }, {}, codexError));
             // Answered after every warning sent before it.
             QDBusConnection::sessionBus().call(
@@ -669,13 +669,14 @@ private Q_SLOTS:
                 QDBus::BlockWithGui, 5000);
             if (*s.sent)
                 expected << QString(s.sent).split('\n');
-            QVERIFY2(notifications.calls == expected, qPrintable(step + ": " + notifications.calls.join("; ")));
+            QVERIFY2(
+                notifications.calls == expected, qPrintable(step + ": " + notifications.calls.join("; ")));
         }
         QCOMPARE(notifications.first, "Limitra|0|app.limitra.Limitra|default,Límites|app.limitra.Limitra|-1");
         QCOMPARE(modeOf(file), 0600);
         QCOMPARE(readFile(file).count("claude-5h"), 1); // only the open window is kept
-        hostBus().send(QDBusMessage::createSignal("/org/freedesktop/Notifications",
-            "org.freedesktop.Notifications", "ActionInvoked")
+        hostBus().send(QDBusMessage::createSignal(
+                           "/org/freedesktop/Notifications", "org.freedesktop.Notifications", "ActionInvoked")
             << uint(notifications.calls.size()) << "default");
         QTRY_VERIFY(t->app->panel().isVisible());
     }

@@ -42,8 +42,8 @@ LowLimitNotifier::LowLimitNotifier(UsageStore& store, QObject* parent)
     QDBusConnection bus = QDBusConnection::sessionBus();
     // Any sender: the service may start after us; the ids tell our warnings apart.
     if (bus.isConnected())
-        bus.connect({}, kPath, kService, QStringLiteral("ActionInvoked"), this,
-            SLOT(onActionInvoked(uint, QString)));
+        bus.connect(
+            {}, kPath, kService, QStringLiteral("ActionInvoked"), this, SLOT(onActionInvoked(uint, QString)));
 }
 
 LowLimitNotifier::~LowLimitNotifier() = default;
@@ -140,8 +140,8 @@ void LowLimitNotifier::load()
         return;
     for (const QJsonValue& entry : QJsonDocument::fromJson(*bytes).array()) {
         const QJsonObject o = entry.toObject();
-        const Window w { o.value(QLatin1String("id")).toString(), o.value(QLatin1String("resetsAt")).toDouble(),
-            o.value(QLatin1String("band")).toInt() };
+        const Window w { o.value(QLatin1String("id")).toString(),
+            o.value(QLatin1String("resetsAt")).toDouble(), o.value(QLatin1String("band")).toInt() };
         if (!w.id.isEmpty() && w.resetsAt > 0)
             m_windows.append(w);
     }
@@ -151,8 +151,8 @@ void LowLimitNotifier::save() const
 {
     QJsonArray entries;
     for (const Window& w : m_windows)
-        entries.append(QJsonObject { { QStringLiteral("id"), w.id }, { QStringLiteral("resetsAt"), w.resetsAt },
-            { QStringLiteral("band"), w.band } });
+        entries.append(QJsonObject { { QStringLiteral("id"), w.id },
+            { QStringLiteral("resetsAt"), w.resetsAt }, { QStringLiteral("band"), w.band } });
     // A lost write only risks one repeated warning; nothing to report.
     if (QDir().mkpath(QFileInfo(m_path).absolutePath()))
         platform::Files::writeAtomic(m_path, QJsonDocument(entries).toJson(QJsonDocument::Compact));
