@@ -22,7 +22,7 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DLIMITRA_BUILD_BENCH=ON >/dev/null
-cmake --build "$build" --target limitra limitra_bench_sandbox limitra_bench_floor -j2 >/dev/null
+cmake --build "$build" --target limitra limitra_watch limitra_bench_sandbox limitra_bench_floor -j2 >/dev/null
 
 sandbox() {
     "$root/tests/e2e/sandbox.sh" "$build/bench/limitra_bench_sandbox" "$@"
@@ -56,6 +56,7 @@ echo "limitra bench: $runs runs per line, $(nproc) CPU(s), $(uname -r)"
 line "limitra --check, no sessions" "$(sandbox --runs "$runs" --env 'HOME={home}/new-user' -- "$limitra" --check)"
 line "floor: QtCore program printing a line" "$(sandbox --runs "$runs" --env 'HOME={home}/new-user' -- "$floor")"
 line "limitra --check" "$(sandbox --runs "$runs" -- "$limitra" --check)"
+line "limitra --json" "$(sandbox --runs "$runs" -- "$limitra" --json)"
 line "floor: 2 concurrent curl requests" "$(sandbox --runs "$runs" -- curl --silent --fail \
     --parallel --parallel-immediate --output /dev/null --output /dev/null \
     https://api.anthropic.com/api/oauth/usage https://chatgpt.com/backend-api/wham/usage)"
@@ -64,3 +65,5 @@ line "limitra --snapshot" "$(sandbox --runs "$runs" -- "$limitra" --snapshot '{h
 # The tray application: memory after start and after 1,000 refreshes asked
 # through its menu, and CPU over a minute of idling.
 sandbox -- "$root/bench/tray.sh" "$limitra" 1000 60
+# The status bar mode: memory at rest and CPU over a minute, no bus, no display.
+sandbox -- "$root/bench/watch.sh" "$limitra" 60

@@ -53,6 +53,7 @@ tests_for() {
         store) echo "tst_core|tst_gui|tst_entry|tst_journeys" ;;
         ui) echo "tst_gui|desktop_host|tst_entry|tst_journeys" ;;
         app) echo "tst_entry|tst_gui|desktop_host|tst_journeys" ;;
+        watch) echo "tst_journeys" ;;
         *) echo "" ;;
     esac
 }

@@ -5,6 +5,8 @@
 #include "platform/Environment.h"
 #include "services/claude/ClaudeProvider.h"
 #include "services/codex/CodexProvider.h"
+#include "store/UsageJson.h"
+#include "update/UpdateChecker.h"
 
 #include <QFuture>
 #include <QTextStream>
@@ -20,13 +22,19 @@ Choice choose(const QStringList& arguments)
 {
     if (arguments.contains(QStringLiteral("--check")))
         return { Mode::Check, {} };
+    const std::pair<const char*, Mode> options[] = { { "--json", Mode::Json }, { "--watch", Mode::Watch },
+        { "--help", Mode::Help }, { "--version", Mode::Version } };
+    for (const auto& [option, mode] : options)
+        if (arguments.contains(QLatin1String(option)))
+            return { mode, {} };
     const qsizetype snapshot = arguments.indexOf(QStringLiteral("--snapshot"));
     if (snapshot < 0 || snapshot + 1 >= arguments.size())
         return { Mode::Application, {} };
     return { Mode::Snapshot, arguments.at(snapshot + 1) };
 }
 
-void runCheck(const platform::Environment& env, QTextStream& out)
+namespace {
+std::pair<ServiceUsage, ServiceUsage> fetchBoth(const platform::Environment& env)
 {
     // A pool of its own guarantees two threads even on a single-core machine,
     // so the two requests always overlap.
@@ -35,11 +43,43 @@ void runCheck(const platform::Environment& env, QTextStream& out)
     QFuture<ServiceUsage> claude = QtConcurrent::run(&pool, [&env] { return ClaudeProvider::fetch(env); });
     QFuture<ServiceUsage> codex = QtConcurrent::run(&pool, [&env] { return CodexProvider::fetch(env); });
     const ServiceUsage claudeUsage = claude.result();
-    const ServiceUsage codexUsage = codex.result();
+    return { claudeUsage, codex.result() };
+}
+} // namespace
 
-    for (const QString& line : CheckReport::lines(claudeUsage, codexUsage, env.now()))
+void runCheck(const platform::Environment& env, QTextStream& out)
+{
+    const auto [claude, codex] = fetchBoth(env);
+    for (const QString& line : CheckReport::lines(claude, codex, env.now()))
         out << line << '\n';
     out.flush();
+}
+
+void runJson(const platform::Environment& env, QTextStream& out)
+{
+    const auto [claude, codex] = fetchBoth(env);
+    out << QString::fromUtf8(UsageJson::document(claude, codex, env.now()));
+    out.flush();
+}
+
+QString helpText()
+{
+    return QStringLiteral("Uso: limitra [OPCIÓN]\n"
+                          "Muestra cuánto queda de los límites de uso de Claude Code y Codex.\n"
+                          "\n"
+                          "  (sin opciones)    abre la aplicación de la bandeja del sistema\n"
+                          "  --check           imprime un informe de los dos servicios y termina\n"
+                          "  --json            imprime el mismo informe como un documento JSON\n"
+                          "  --watch           imprime una línea JSON tras cada actualización, para barras "
+                          "de estado\n"
+                          "  --snapshot RUTA   guarda el panel de límites como imagen PNG en RUTA\n"
+                          "  --help            muestra esta ayuda\n"
+                          "  --version         muestra la versión\n");
+}
+
+QString versionText()
+{
+    return QStringLiteral("limitra ") + UpdateChecker::currentVersion() + u'\n';
 }
 
 namespace {
@@ -59,14 +99,24 @@ int main(int argc, char** argv)
         qInstallMessageHandler(&dropQtMessages);
 
     switch (choice.mode) {
-    case Mode::Check: {
+    case Mode::Check:
+    case Mode::Json: {
         // The check never touches the GUI, so it runs with no display and no
         // session bus; the main thread only waits for it.
         QTextStream out(stdout);
-        std::thread task([&out] { runCheck(platform::Environment::system(), out); });
+        std::thread task([&out, json = choice.mode == Mode::Json] {
+            (json ? runJson : runCheck)(platform::Environment::system(), out);
+        });
         task.join();
         break;
     }
+    case Mode::Help:
+    case Mode::Version:
+        QTextStream(stdout) << (choice.mode == Mode::Help ? helpText() : versionText());
+        break;
+    case Mode::Watch:
+        GuiModule::runWatch(argc, argv);
+        break;
     case Mode::Snapshot:
     case Mode::Application:
         GuiModule::run(argc, argv, choice);

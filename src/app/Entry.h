@@ -17,6 +17,10 @@ enum class Mode {
     Check, // fetch both services once and print the report
     Snapshot, // render the panel into a PNG file
     Application, // the tray application
+    Json, // the check's report as one JSON document
+    Watch, // a line of JSON for status bars after each refresh, until SIGTERM
+    Help, // a short usage
+    Version, // "limitra 1.0.0"
 };
 
 struct Choice
@@ -25,7 +29,8 @@ struct Choice
     QString snapshotPath; // only for Mode::Snapshot
 };
 
-// "--check" anywhere (the program path included) wins; otherwise the first
+// "--check" anywhere (the program path included) wins, then "--json",
+// "--watch", "--help" and "--version" in this order; otherwise the first
 // "--snapshot" takes the element after it as the path; a "--snapshot"
 // without a path, like no option at all, starts the application.
 Choice choose(const QStringList& arguments);
@@ -37,6 +42,12 @@ int main(int argc, char** argv);
 // then Codex, and writes the report to `out`. Blocking: call it off the
 // main thread.
 void runCheck(const platform::Environment& env, QTextStream& out);
+// The same fetches, written as UsageJson's document.
+void runJson(const platform::Environment& env, QTextStream& out);
+
+// The texts of --help and --version, each ending in a newline.
+QString helpText();
+QString versionText();
 } // namespace Entry
 
 } // namespace limitra

@@ -20,6 +20,10 @@ extern "C" Q_DECL_EXPORT int limitra_gui_main(int argc, char** argv, int mode, c
     case Mode::Application:
         return limitra::LimitraApp::main(argc, argv);
     case Mode::Check:
+    case Mode::Json:
+    case Mode::Watch:
+    case Mode::Help:
+    case Mode::Version:
         break;
     }
     return 0;

@@ -7,9 +7,11 @@
 #include "ui/panel/PanelActions.h"
 #include "ui/settings/SettingsWindow.h"
 #include "ui/settings/WelcomeWindow.h"
+#include "ui/tray/LowLimitNotifier.h"
 #include "ui/tray/PanelWindow.h"
 #include "ui/tray/SingleInstance.h"
 #include "ui/tray/TrayItem.h"
+#include "ui/tray/TrayRecords.h"
 
 #include <QApplication>
 #include <QCursor>
@@ -35,9 +37,12 @@ LimitraApp::LimitraApp(platform::Environment env, UsageStore::Services services,
     m_settings = std::make_unique<SettingsWindow>(m_engine, m_store->environment());
     m_welcome = std::make_unique<WelcomeWindow>(m_engine, m_store->environment());
     m_tray = std::make_unique<TrayItem>(*m_store);
+    m_records = std::make_unique<TrayRecords>(*m_store);
+    m_notifier = std::make_unique<LowLimitNotifier>(*m_store);
 
     connect(m_settings.get(), &SettingsWindow::welcomeRequested, this, &LimitraApp::openWelcome);
     connect(m_actions.get(), &PanelActions::settingsRequested, this, &LimitraApp::openSettings);
+    connect(m_notifier.get(), &LowLimitNotifier::panelRequested, this, &LimitraApp::showPanel);
     connect(m_tray.get(), &TrayItem::activated, this, &LimitraApp::togglePanel);
     connect(m_tray.get(), &TrayItem::actionTriggered, this, [this](TrayAction action) {
         switch (action) {
@@ -73,7 +78,8 @@ void LimitraApp::start()
 PanelWindow& LimitraApp::panel()
 {
     if (!m_panel)
-        m_panel = std::make_unique<PanelWindow>(m_engine, *m_store, *m_store->environment().defaults, *m_actions);
+        m_panel
+            = std::make_unique<PanelWindow>(m_engine, *m_store, *m_store->environment().defaults, *m_actions);
     return *m_panel;
 }
 

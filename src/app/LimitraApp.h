@@ -11,10 +11,12 @@
 
 namespace limitra {
 
+class LowLimitNotifier;
 class PanelActions;
 class PanelWindow;
 class SettingsWindow;
 class TrayItem;
+class TrayRecords;
 class WelcomeWindow;
 
 // The tray application: owns the one UsageStore of the process, the tray item,
@@ -61,6 +63,8 @@ private:
     std::unique_ptr<SettingsWindow> m_settings;
     std::unique_ptr<WelcomeWindow> m_welcome;
     std::unique_ptr<TrayItem> m_tray;
+    std::unique_ptr<TrayRecords> m_records;
+    std::unique_ptr<LowLimitNotifier> m_notifier;
 };
 
 } // namespace limitra

@@ -38,4 +38,9 @@ int PercentMode::value(double fromLeftPercent) const
     return static_cast<int>(shown);
 }
 
+QString PercentMode::text(double fromLeftPercent) const
+{
+    return QStringLiteral("%1 % %2").arg(value(fromLeftPercent)).arg(mode == Used ? "usado" : "restante");
+}
+
 } // namespace limitra

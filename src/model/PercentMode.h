@@ -24,6 +24,8 @@ struct PercentMode
     // The whole number shown for a row with the given (clamped) left
     // percentage, rounded half away from zero.
     int value(double fromLeftPercent) const;
+    // The row's percentage as the panel writes it: "58 % restante" or "42 % usado".
+    QString text(double fromLeftPercent) const;
 
     friend bool operator==(const PercentMode&, const PercentMode&) = default;
 };

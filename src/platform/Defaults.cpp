@@ -16,6 +16,7 @@ namespace {
     const QString kMenuBarStyle = QStringLiteral("menuBarStyle");
     const QString kPercentMode = QStringLiteral("percentMode");
     const QString kHasShownWelcome = QStringLiteral("hasShownWelcome");
+    const QString kNotifyLow = QStringLiteral("notifyLow");
     const QString kLastUpdateCheck = QStringLiteral("lastUpdateCheck");
     constexpr int kDefaultInterval = 5;
 
@@ -59,6 +60,12 @@ QString Defaults::filePath() const
 {
     std::lock_guard lock(m_mutex);
     return m_settings->fileName();
+}
+
+void Defaults::reload()
+{
+    std::lock_guard lock(m_mutex);
+    m_settings->sync();
 }
 
 QVariant Defaults::value(const QString& key) const
@@ -109,6 +116,7 @@ bool Defaults::boolOr(const QString& key, bool fallback) const
 bool Defaults::showClaude() const { return boolOr(kShowClaude, true); }
 bool Defaults::showCodex() const { return boolOr(kShowCodex, true); }
 bool Defaults::hasShownWelcome() const { return boolOr(kHasShownWelcome, false); }
+bool Defaults::notifyLow() const { return boolOr(kNotifyLow, true); }
 
 int Defaults::refreshIntervalMinutes() const
 {
@@ -152,6 +160,7 @@ void Defaults::setRefreshIntervalMinutes(int value) { setValue(kRefreshInterval,
 void Defaults::setMenuBarStyle(const QString& value) { setValue(kMenuBarStyle, value); }
 void Defaults::setPercentMode(const QString& value) { setValue(kPercentMode, value); }
 void Defaults::setHasShownWelcome(bool value) { setValue(kHasShownWelcome, value); }
+void Defaults::setNotifyLow(bool value) { setValue(kNotifyLow, value); }
 void Defaults::setLastUpdateCheck(double value) { setValue(kLastUpdateCheck, value); }
 
 void Defaults::notify(const QString& key)
@@ -168,6 +177,8 @@ void Defaults::notify(const QString& key)
         Q_EMIT percentModeChanged();
     else if (key == kHasShownWelcome)
         Q_EMIT hasShownWelcomeChanged();
+    else if (key == kNotifyLow)
+        Q_EMIT notifyLowChanged();
     else if (key == kLastUpdateCheck)
         Q_EMIT lastUpdateCheckChanged();
     Q_EMIT changed(key);

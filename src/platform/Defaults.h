@@ -26,6 +26,7 @@ class Defaults : public QObject
     Q_PROPERTY(QString menuBarStyle READ menuBarStyle WRITE setMenuBarStyle NOTIFY menuBarStyleChanged)
     Q_PROPERTY(QString percentMode READ percentMode WRITE setPercentMode NOTIFY percentModeChanged)
     Q_PROPERTY(bool hasShownWelcome READ hasShownWelcome WRITE setHasShownWelcome NOTIFY hasShownWelcomeChanged)
+    Q_PROPERTY(bool notifyLow READ notifyLow WRITE setNotifyLow NOTIFY notifyLowChanged)
 
 public:
     explicit Defaults(const QString& filePath, QObject* parent = nullptr);
@@ -36,6 +37,9 @@ public:
     static QString systemFilePath();
 
     QString filePath() const;
+    // Takes in what another process wrote to the file since it was last read.
+    // No change signal is sent: a reader that needs this polls.
+    void reload();
 
     // Stored boolean, else true (any other type counts as true).
     bool showClaude() const;
@@ -48,6 +52,8 @@ public:
     QString menuBarStyle() const;
     QString percentMode() const;
     bool hasShownWelcome() const;
+    // Whether a limit running low is announced on the desktop; stored boolean, else true.
+    bool notifyLow() const;
     double lastUpdateCheck() const;
 
     void setShowClaude(bool value);
@@ -56,6 +62,7 @@ public:
     void setMenuBarStyle(const QString& value);
     void setPercentMode(const QString& value);
     void setHasShownWelcome(bool value);
+    void setNotifyLow(bool value);
     void setLastUpdateCheck(double value);
 
     // Raw access, for values of any type (tests write wrong types this way).
@@ -70,6 +77,7 @@ Q_SIGNALS:
     void menuBarStyleChanged();
     void percentModeChanged();
     void hasShownWelcomeChanged();
+    void notifyLowChanged();
     void lastUpdateCheckChanged();
     void changed(const QString& key);
 

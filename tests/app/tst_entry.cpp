@@ -1,6 +1,7 @@
 #include "app/CheckReport.h"
 #include "app/Entry.h"
 #include "platform/Http.h"
+#include "store/UsageJson.h"
 #include "support/TestEnv.h"
 
 #include <QTest>
@@ -27,7 +28,12 @@ private Q_SLOTS:
             { "check as the program path", "--check", "check " },
             { "snapshot takes the next element", "l -v --snapshot --snapshot b", "snapshot --snapshot" },
             { "snapshot last", "limitra a.png --snapshot", "app " },
-            { "exact spellings only", "limitra --CHECK --check=1 --snapshot=a.png", "app " } };
+            { "exact spellings only", "limitra --CHECK --check=1 --snapshot=a.png --JSON -h", "app " },
+            { "check wins over json", "limitra --json --check", "check " },
+            { "json, then watch", "limitra --version --help --watch --json", "json " },
+            { "watch, then help", "limitra --snapshot a.png --version --help --watch", "watch " },
+            { "help, then version", "limitra --version --snapshot a.png --help", "help " },
+            { "version over snapshot", "limitra --snapshot a.png --version", "version " } };
         for (const auto& c : cases)
             QTest::newRow(c[0]) << QString::fromUtf8(c[1]) << QString::fromUtf8(c[2]);
     }
@@ -36,7 +42,7 @@ private Q_SLOTS:
         QFETCH(QString, arguments);
         QFETCH(QString, expected);
         const Entry::Choice choice = Entry::choose(arguments.split(u' '));
-        const char* const modes[] = { "check ", "snapshot ", "app " };
+        const char* const modes[] = { "check ", "snapshot ", "app ", "json ", "watch ", "help ", "version " };
         QCOMPARE(modes[int(choice.mode)] + choice.snapshotPath, expected);
     }
 
@@ -71,6 +77,8 @@ private Q_SLOTS:
         QFETCH(ServiceUsage, codex);
         QFETCH(QString, expected);
         QCOMPARE(CheckReport::lines(claude, codex, kNow).join(u'\n'), expected);
+        // The tray hands its records to the watch mode in --json's document: nothing may be lost.
+        QCOMPARE(UsageJson::parse(UsageJson::document(claude, codex, kNow)), std::pair(claude, codex));
     }
 
     // Codex answers first, yet the report keeps Claude first; both requests are out at once.

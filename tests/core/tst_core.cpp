@@ -90,6 +90,7 @@ setting|refreshIntervalMinutes=0 intervalUsed|5
 setting|refreshIntervalMinutes=often intervalUsed|5
 setting|menuBarStyle|iconAndPercents
 setting|hasShownWelcome=yes hasShownWelcome|false
+setting|notifyLow=no notifyLow|true
 setting|percentMode|remaining
 setting|lastUpdateCheck=1740832496.789 lastUpdateCheck|1740832496.789
 setting|lastUpdateCheck=never lastUpdateCheck|0.000
@@ -114,7 +115,8 @@ const QStringList kFeeds {
 };
 
 const QStringList kSettings { "showClaude|false", "showCodex|false", "refreshIntervalMinutes|15",
-    "menuBarStyle|iconOnly", "percentMode|used", "hasShownWelcome|true", "lastUpdateCheck|1740832496.500" };
+    "menuBarStyle|iconOnly", "percentMode|used", "hasShownWelcome|true", "notifyLow|false",
+    "lastUpdateCheck|1740832496.500" };
 
 // One QTest row per line of a table, named by the line.
 void addRows(const QStringList& table)

@@ -1,16 +1,25 @@
 // The unmodified binary as a user without a desktop session runs it, against a TLS peer for every
 // production host (sandbox.sh): each journey of journeys.txt is a row (see its header).
+#include "model/FormatUtil.h"
 #include "support/FakePeer.h"
 
 #include <QDateTime>
+#include <QDeadlineTimer>
 #include <QDirIterator>
+#include <QElapsedTimer>
 #include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <filesystem>
+
+#include <csignal>
+#include <cstdio>
 
 using limitra::test::PeerAnswer;
 
@@ -88,6 +97,47 @@ QString bands(const QImage& image)
     return found.isEmpty() ? QStringLiteral("none") : found;
 }
 
+// --json's document as --check would print it, so that both modes share the expected lines. Each
+// moment must agree with the seconds beside it and fall within the run (`from` to `to`).
+QStringList asReport(const QByteArray& json, double from, double to)
+{
+    QStringList lines;
+    const auto within = [&](const QJsonValue& iso, double offset) {
+        const double at
+            = double(QDateTime::fromString(iso.toString(), Qt::ISODateWithMs).toMSecsSinceEpoch()) / 1000;
+        return iso.toString().endsWith(u'Z') && at >= from + offset - 1 && at <= to + offset + 1;
+    };
+    for (const QJsonValue& value : QJsonDocument::fromJson(json).object().value(u"services").toArray()) {
+        const QJsonObject service = value.toObject();
+        const QJsonValue plan = service[u"plan"], error = service[u"error"], updated = service[u"updatedAt"];
+        lines << QStringLiteral("== ") + service[u"name"].toString() + QStringLiteral(" [")
+                + (plan.isNull() ? QStringLiteral("sin plan") : plan.toString()) + QStringLiteral("] ==");
+        if (!error.isNull())
+            lines << QStringLiteral("  ERROR: ") + error.toString();
+        if (updated.isNull() == error.isNull() || (!updated.isNull() && !within(updated, 0)))
+            return { QStringLiteral("bad updatedAt: ") + QString::fromUtf8(json) };
+        for (const QJsonValue& r : service[u"rows"].toArray()) {
+            const QJsonObject row = r.toObject();
+            char numbers[64]; // printf's rounding, as the report's
+            std::snprintf(numbers, sizeof numbers, "%.0f%% usado (%.0f%% restante)", row[u"usedPercent"].toDouble(),
+                row[u"leftPercent"].toDouble());
+            QString line = QStringLiteral("  ") + row[u"title"].toString() + QStringLiteral(" — ")
+                + QString::fromLatin1(numbers);
+            if (!row[u"resetsAt"].isNull()) {
+                const qint64 seconds = row[u"resetsInSeconds"].toInteger(-1);
+                if (seconds < 0 || (!within(row[u"resetsAt"], double(seconds)) && seconds > 0))
+                    return { QStringLiteral("bad reset: ") + QString::fromUtf8(json) };
+                line += QStringLiteral(" · se reinicia en ")
+                    + limitra::FormatUtil::countdown(double(seconds), 0);
+            }
+            if (!row[u"detail"].isNull())
+                line += QStringLiteral(" · ") + row[u"detail"].toString();
+            lines << line;
+        }
+    }
+    return lines;
+}
+
 QByteArray read(const QString& path)
 {
     QFile file(path);
@@ -102,6 +152,7 @@ class TestJourneys : public QObject
 private Q_SLOTS:
     void journey_data();
     void journey();
+    void watchFollowsSignalsSettingsAndTheTray();
 };
 
 // Each row holds the lines of one journey, "$NAME" lines already replaced.
@@ -204,6 +255,8 @@ void TestJourneys::journey()
     QVERIFY(out.isEmpty() || out.endsWith('\n'));
     QStringList printed = QString::fromUtf8(out).split(u'\n');
     printed.removeLast();
+    if (first(QStringLiteral("run")).contains(u"--json"))
+        printed = asReport(out, start, end);
     QCOMPARE(printed, all(QStringLiteral("out")));
 
     QStringList sent, wanted = all(QStringLiteral("sent"));
@@ -273,6 +326,135 @@ void TestJourneys::journey()
                     perms::owner_read | perms::owner_write);
         }
     }
+}
+
+namespace {
+// The next line of a running `limitra --watch`, parsed; an empty object when none comes in time.
+QJsonObject nextLine(QProcess& process, int ms = 10000)
+{
+    QDeadlineTimer deadline(ms);
+    while (!process.canReadLine() && !deadline.hasExpired())
+        process.waitForReadyRead(int(std::max<qint64>(deadline.remainingTime(), 1)));
+    return process.canReadLine() ? QJsonDocument::fromJson(process.readLine()).object() : QJsonObject();
+}
+
+QString summary(const QJsonObject& line)
+{
+    return line[u"text"].toString() + u'|' + line[u"class"].toString() + u'|'
+        + QString::number(line[u"percentage"].toInt(-1)) + u'|' + line[u"tooltip"].toString();
+}
+} // namespace
+
+// The status bar mode: a line per refresh, SIGUSR1, a settings edit at the next tick, SIGTERM; and
+// beside a tray application on the same bus, the tray's records and refreshes, never its own.
+void TestJourneys::watchFollowsSignalsSettingsAndTheTray()
+{
+    QTemporaryDir home;
+    const double start = QDateTime::currentMSecsSinceEpoch() / 1000.0;
+    const auto write = [&](const QString& path, const QByteArray& text) {
+        QFile file(home.filePath(path));
+        return QDir().mkpath(QFileInfo(file).path()) && file.open(QIODevice::WriteOnly)
+            && file.write(text) >= 0;
+    };
+    QVERIFY(write(u".claude/.credentials.json"_qs,
+        timed(
+            u"{\"claudeAiOauth\":{\"accessToken\":\"SECRET-c\",\"refreshToken\":\"r\",\"expiresAt\":{ms:28800}}}"_qs,
+            start)));
+    QVERIFY(write(u".codex/auth.json"_qs, R"({"tokens":{"access_token":"SECRET-x","account_id":"a"}})"));
+    limitra::test::FakePeer peer(
+        qEnvironmentVariable("LIMITRA_PEER_CERT"), qEnvironmentVariable("LIMITRA_PEER_KEY"), 443);
+    QVERIFY2(peer.isListening(), "no TLS peer on 127.0.0.1:443: run the test through sandbox.sh");
+    const auto claudeAt = [&](int percent) {
+        peer.on("GET", "/api/oauth/usage",
+            PeerAnswer::json(200,
+                timed(u"{\"limits\":[{\"kind\":\"session\",\"percent\":%1,\"resets_at\":\"{iso:3659}\"}]}"_qs
+                          .arg(percent),
+                    start)));
+    };
+    claudeAt(80);
+    peer.on("GET", "/backend-api/wham/usage",
+        PeerAnswer::json(200,
+            R"({"rate_limit":{"primary_window":{"used_percent":7,"limit_window_seconds":18000,"reset_after_seconds":11430}}})"));
+    const auto fetched = [&] {
+        return peer.requests("GET", "/api/oauth/usage").size()
+            + peer.requests("GET", "/backend-api/wham/usage").size();
+    };
+
+    QProcessEnvironment environment;
+    environment.insert(u"HOME"_qs, home.path());
+    environment.insert(u"LANG"_qs, u"C.UTF-8"_qs);
+    environment.insert(u"PATH"_qs, u"/usr/bin:/bin"_qs);
+    QProcess watch;
+    watch.setProcessEnvironment(environment);
+    const auto startWatch = [&] {
+        watch.start(qEnvironmentVariable("LIMITRA_BINARY"), { u"--watch"_qs });
+        return watch.waitForStarted();
+    };
+    QVERIFY(startWatch());
+    const QString claude20 = u"Claude Code · Sesión de 5 h · 20 % restante · Se reinicia en 1h 0m"_qs;
+    const QString codex93 = u"Codex · Sesión de 5 h · 93 % restante · Se reinicia en 3h 10m"_qs;
+    QCOMPARE(summary(nextLine(watch)), u"C 20% · X 93%|warning|20|"_qs + claude20 + u'\n' + codex93);
+    QCOMPARE(fetched(), 2);
+    QFile maps(u"/proc/%1/maps"_qs.arg(watch.processId()));
+    QVERIFY(maps.open(QIODevice::ReadOnly));
+    const QByteArray mapped = maps.readAll();
+    QVERIFY(mapped.contains("limitra-watch.so") && !mapped.contains("libQt6Gui")
+        && !mapped.contains("limitra-gui"));
+
+    claudeAt(95);
+    ::kill(pid_t(watch.processId()), SIGUSR1);
+    QCOMPARE(summary(nextLine(watch)),
+        u"C 5% · X 93%|critical|5|Claude Code · Sesión de 5 h · 5 % restante · Se reinicia en 1h 0m\n"_qs
+            + codex93);
+    QCOMPARE(fetched(), 4);
+
+    QVERIFY(write(u".config/limitra/limitra.conf"_qs,
+        "[General]\nshowCodex=false\nmenuBarStyle=iconOnly\npercentMode=used\n"));
+    QCOMPARE(summary(nextLine(watch, 35000)),
+        u"95%|critical|5|Claude Code · Sesión de 5 h · 95 % usado · Se reinicia en 1h 0m"_qs);
+    QCOMPARE(fetched(), 4);
+    QElapsedTimer ending;
+    ending.start();
+    watch.terminate();
+    QVERIFY(watch.waitForFinished(1000) && ending.elapsed() < 1000);
+    QCOMPARE(watch.exitCode(), 0);
+    QCOMPARE(watch.readAllStandardError(), QByteArray());
+
+    // A tray application on a bus of this test's own.
+    QVERIFY(QFile::remove(home.filePath(u".config/limitra/limitra.conf"_qs)));
+    QProcess bus;
+    bus.start(u"dbus-daemon"_qs, { u"--session"_qs, u"--nofork"_qs, u"--print-address"_qs });
+    QVERIFY(bus.waitForReadyRead(5000));
+    environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_qs, QString::fromUtf8(bus.readLine().trimmed()));
+    QProcess tray;
+    QProcessEnvironment trayEnvironment = environment;
+    trayEnvironment.insert(u"QT_QPA_PLATFORM"_qs, u"offscreen"_qs);
+    tray.setProcessEnvironment(trayEnvironment);
+    tray.start(qEnvironmentVariable("LIMITRA_BINARY"), QStringList());
+    QTRY_COMPARE_WITH_TIMEOUT(fetched(), 6, 10000);
+    watch.setProcessEnvironment(environment);
+    QVERIFY(startWatch());
+    const QString claude5 = u"Claude Code · Sesión de 5 h · 5 % restante · Se reinicia en 1h 0m"_qs;
+    QJsonObject line = nextLine(watch);
+    if (line[u"text"].toString() != u"C 5% · X 93%"_qs) // the tray was still publishing its first refresh
+        line = nextLine(watch);
+    QCOMPARE(summary(line), u"C 5% · X 93%|critical|5|"_qs + claude5 + u'\n' + codex93);
+    QCOMPARE(fetched(), 6);
+    claudeAt(80);
+    ::kill(pid_t(watch.processId()), SIGUSR1); // the tray refreshes, the watch shows its records
+    QCOMPARE(summary(nextLine(watch)), u"C 20% · X 93%|warning|20|"_qs + claude20 + u'\n' + codex93);
+    QCOMPARE(fetched(), 8);
+
+    tray.terminate();
+    QVERIFY(tray.waitForFinished(5000));
+    claudeAt(95);
+    ::kill(pid_t(watch.processId()), SIGUSR1); // no tray now: the watch fetches itself
+    QCOMPARE(summary(nextLine(watch)), u"C 5% · X 93%|critical|5|"_qs + claude5 + u'\n' + codex93);
+    QCOMPARE(fetched(), 10);
+    watch.terminate();
+    QVERIFY(watch.waitForFinished(1000));
+    bus.kill();
+    bus.waitForFinished();
 }
 
 QTEST_GUILESS_MAIN(TestJourneys)

@@ -20,6 +20,7 @@ expected=$({
         share/metainfo/app.limitra.Limitra.metainfo.xml share/doc/limitra/{changelog.gz,copyright}
     (cd "$src/data" && find icons -name '*.svg' | sed 's|^|usr/share/|')
     echo "usr/$module"
+    echo "usr/${module%/*}/limitra-watch.so"
 } | sort)
 actual=$(cd "$root" && find . -type f -o -type l | sed 's|^\./||' | sort)
 [ "$expected" = "$actual" ] || fail "files differ: $(diff <(echo "$expected") <(echo "$actual"))"
@@ -33,7 +34,7 @@ man=(env LC_ALL=C.UTF-8 MANWIDTH=80 man -l)
 out=$("${man[@]}" --warnings -E UTF-8 -Tutf8 -Z "$usr/share/man/man1/limitra.1.gz" 2>&1 >/dev/null) \
     && [ -z "$out" ] || fail "man: $out"
 page=$("${man[@]}" "$usr/share/man/man1/limitra.1.gz" 2>/dev/null)
-for word in --check --snapshot .claude/.credentials.json .codex/auth.json limitra.conf Limitra.claude-oauth
+for word in --check --json --watch --help --version --snapshot .claude/.credentials.json .codex/auth.json limitra.conf Limitra.claude-oauth
 do grep -qF -- "$word" <<<"$page" || fail "the manual does not mention $word"; done
 
 # The unpacked program, for a new user without a desktop session or any service session.

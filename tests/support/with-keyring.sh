@@ -21,7 +21,7 @@ done
 if [ -z "${LIMITRA_KEYRING_INNER:-}" ]; then
     root=$(mktemp -d "${TMPDIR:-/tmp}/limitra-keyring.XXXXXX") || exit 2
     trap 'rm -rf "$root"' EXIT
-    mkdir -p "$root/home" "$root/config" "$root/data" "$root/cache" "$root/run"
+    mkdir -p "$root/home" "$root/config" "$root/data" "$root/cache" "$root/state" "$root/run"
     chmod 700 "$root" "$root/run"
     # The bus is started with the fresh environment, so services it activates
     # (should any be needed) see the private home too.
@@ -30,6 +30,7 @@ if [ -z "${LIMITRA_KEYRING_INNER:-}" ]; then
         XDG_CONFIG_HOME="$root/config" \
         XDG_DATA_HOME="$root/data" \
         XDG_CACHE_HOME="$root/cache" \
+        XDG_STATE_HOME="$root/state" \
         XDG_RUNTIME_DIR="$root/run" \
         DISPLAY= WAYLAND_DISPLAY= \
         dbus-run-session -- "$0" "$@"

@@ -194,6 +194,33 @@ QString serviceRow(QQuickItem* view, const QString& name)
 }
 } // namespace
 
+// The desktop's notification service: records each warning as "urgency|summary|body".
+class Notifications : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
+
+public:
+    QStringList calls;
+    QString first; // everything else the first call carried
+
+public Q_SLOTS:
+    uint Notify(const QString& app, uint replaces, const QString& icon, const QString& summary,
+        const QString& body, const QStringList& actions, const QVariantMap& hints, int timeout)
+    {
+        const QVariant byte = hints["urgency"];
+        const QString urgency
+            = byte.typeId() == QMetaType::UChar ? QString::number(byte.value<uchar>()) : "?";
+        if (calls.isEmpty())
+            first = QStringList { app, QString::number(replaces), icon, actions.join(','),
+                hints["desktop-entry"].toString(), QString::number(timeout) }
+                        .join('|');
+        calls << QStringList { urgency, summary, body }.join('|');
+        return calls.size();
+    }
+    QStringList GetCapabilities() { return { "actions", "body" }; }
+};
+
 // The test is also the desktop around the program: the tray watcher every host
 // provides, the receiver of the item's signals and the handler of the addresses it opens.
 class TestGui : public QObject
@@ -204,6 +231,7 @@ class TestGui : public QObject
     QStringList registered, seen;
     QList<QUrl> opened;
     std::unique_ptr<App> a;
+    Notifications notifications;
 
     App& app(bool welcomed = true) { return *(a.reset(), a = std::make_unique<App>(welcomed)); }
 
@@ -226,6 +254,9 @@ private Q_SLOTS:
         QVERIFY(hostBus().registerObject("/StatusNotifierWatcher", this,
                     QDBusConnection::ExportScriptableSlots | QDBusConnection::ExportNonScriptableSlots)
             && hostBus().registerService("org.kde.StatusNotifierWatcher"));
+        QVERIFY(hostBus().registerObject(
+                    "/org/freedesktop/Notifications", &notifications, QDBusConnection::ExportAllSlots)
+            && hostBus().registerService("org.freedesktop.Notifications"));
     }
     void cleanupTestCase() { QDesktopServices::unsetUrlHandler("https"); }
     void cleanup()
@@ -234,6 +265,7 @@ private Q_SLOTS:
         registered.clear();
         seen.clear();
         opened.clear();
+        notifications.calls.clear();
         QGuiApplication::setPalette(QPalette());
     }
 
@@ -414,7 +446,10 @@ private Q_SLOTS:
         QCOMPARE(find(form, "refreshInterval")->property("count").toString(), cell("choices"));
         QCOMPARE(t.env.defaults->value("refreshIntervalMinutes").toString(), interval.toString());
         click(find(form, "showCodex")); // a control writes its key at once
-        QCOMPARE(platform::Defaults(t.env.defaults->filePath()).value("showCodex"), QVariant(false));
+        click(find(form, "notifyLow"));
+        const platform::Defaults written(t.env.defaults->filePath());
+        QCOMPARE(written.value("showCodex"), QVariant(false));
+        QCOMPARE(written.value("notifyLow"), QVariant(false)); // on until switched off
     }
 
     // On and off in a real folder; a refused change leaves the switch off with the error line.
@@ -704,6 +739,68 @@ private Q_SLOTS:
     }
 
     // A second start asks the first to show its panel and leaves.
+    // Claude's session through the bands, as the steps set it: one warning per band and
+    // window, none again after a restart, none for a failed, hidden or resetless row.
+    void lowLimitsWarnOncePerBandAndWindow()
+    {
+        const QString file = qEnvironmentVariable("XDG_STATE_HOME") + "/limitra/warnings.json";
+        QFile::remove(file);
+        const struct
+        {
+            const char* step;
+            double left, hours;
+            const char* sent;
+        } steps[] = {
+            { "", 26, 1, "" },
+            { "", 25, 1, "1|Claude Code · Sesión de 5 h|25 % restante · Se reinicia en 1h 0m" },
+            { "", 11, 1, "" },
+            { "", 10, 1, "2|Claude Code · Sesión de 5 h|10 % restante · Se reinicia en 1h 0m" },
+            { "", 3, 1, "" },
+            { "", 3, 1, "" },
+            { "", 26, 1, "" },
+            { "", 24, 1, "" },
+            { "restart", 3, 1, "" },
+            { "used", 3, 2, "2|Claude Code · Sesión de 5 h|97 % usado · Se reinicia en 2h 0m" },
+            { "off", 20, 3, "" },
+            { "hidden", 20, 3, "1|Claude Code · Sesión de 5 h|80 % usado · Se reinicia en 3h 0m" },
+            { "later", 20, 3, "1|Codex · Semanal|80 % usado · Se reinicia en 21h 59m" },
+        };
+        std::optional<QString> codexError = "Sin conexión.";
+        QStringList expected;
+        App* t = &app();
+        for (const auto& s : steps) {
+            const QString step = s.step;
+            if (step == "restart")
+                t = &app();
+            t->env.defaults->setPercentMode(step == "" || step == "restart" ? "remaining" : "used");
+            if (step == "off")
+                codexError.reset();
+            t->env.defaults->setShowCodex(step != "hidden");
+            t->env.defaults->setNotifyLow(step != "off");
+            if (step == "later")
+                *t->env.clock = kNow + 2 * 3600 + 1; // both earlier windows have reset
+            t->set(usage({ row("Sesión de 5 h", 100 - s.left, kNow + s.hours * 3600, {}, "claude-5h"),
+                       row("Semanal", 98, {}, {}, "claude-7d") }),
+                usage({ row("Semanal", 80, kNow + 86400, {}, "codex-secondary") }, {}, codexError));
+            // Answered after every warning sent before it.
+            QDBusConnection::sessionBus().call(
+                QDBusMessage::createMethodCall(hostBus().baseService(), "/org/freedesktop/Notifications",
+                    "org.freedesktop.Notifications", "GetCapabilities"),
+                QDBus::BlockWithGui, 5000);
+            if (*s.sent)
+                expected << s.sent;
+            QVERIFY2(
+                notifications.calls == expected, qPrintable(step + ": " + notifications.calls.join("; ")));
+        }
+        QCOMPARE(notifications.first, "Limitra|0|app.limitra.Limitra|default,Límites|app.limitra.Limitra|-1");
+        QCOMPARE(modeOf(file), 0600);
+        QCOMPARE(readFile(file).count("claude-5h"), 1); // only the open window is kept
+        hostBus().send(QDBusMessage::createSignal(
+                           "/org/freedesktop/Notifications", "org.freedesktop.Notifications", "ActionInvoked")
+            << uint(notifications.calls.size()) << "default");
+        QTRY_VERIFY(t->app->panel().isVisible());
+    }
+
     void secondStartShowsTheFirstOnesPanel()
     {
         SingleInstance first;

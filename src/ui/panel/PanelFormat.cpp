@@ -2,6 +2,7 @@
 
 #include "model/FormatUtil.h"
 #include "model/PercentMode.h"
+#include "model/UsageBand.h"
 #include "ui/TintedIconProvider.h"
 
 #include <algorithm>
@@ -22,9 +23,7 @@ PanelFormat::PanelFormat(QObject* parent)
 
 QString PanelFormat::percentText(const LimitRow& row, const QString& percentModeRaw)
 {
-    const PercentMode mode = modeOf(percentModeRaw);
-    const bool used = mode.mode == PercentMode::Used;
-    return QStringLiteral("%1 % %2").arg(mode.value(row.leftPercent())).arg(used ? "usado" : "restante");
+    return modeOf(percentModeRaw).text(row.leftPercent());
 }
 
 double PanelFormat::fillPercent(const LimitRow& row, const QString& percentModeRaw)
@@ -40,11 +39,14 @@ double PanelFormat::fillWidth(double trackWidth, double fillPercent)
 
 PanelFormat::Band PanelFormat::band(const LimitRow& row)
 {
-    const double left = row.leftPercent();
-    if (left <= 10)
+    switch (UsageBand::of(row.leftPercent())) {
+    case UsageBand::Critical:
         return Critical;
-    if (left <= 25)
+    case UsageBand::Low:
         return Low;
+    case UsageBand::Normal:
+        break;
+    }
     return Normal;
 }
 

@@ -144,4 +144,19 @@ Column {
             }
         }
     }
+
+    FormSection {
+        width: general.width - general.leftPadding - general.rightPadding
+        title: "Avisos"
+
+        FormRow {
+            label: "Avisarme cuando quede poco"
+
+            Switch {
+                objectName: "notifyLow"
+                checked: general.settings.notifyLow
+                onToggled: general.settings.notifyLow = checked
+            }
+        }
+    }
 }

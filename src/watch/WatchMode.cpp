@@ -1,0 +1,96 @@
+#include "watch/WatchMode.h"
+
+#include "platform/Defaults.h"
+#include "platform/QuitSignals.h"
+#include "platform/RefreshSignal.h"
+#include "services/claude/ClaudeProvider.h"
+#include "services/codex/CodexProvider.h"
+#include "store/StatusLine.h"
+#include "watch/TrayLink.h"
+
+#include <QCoreApplication>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace limitra {
+
+namespace {
+// The tray's record when a tray answers, else a fetch of our own.
+UsageStore::Services services(const platform::Environment& env)
+{
+    return {
+        [env] {
+            const auto tray = TrayLink::records();
+            return tray ? tray->first : ClaudeProvider::fetch(env);
+        },
+        [env] {
+            const auto tray = TrayLink::records();
+            return tray ? tray->second : CodexProvider::fetch(env);
+        },
+        // The tray tells of new versions; a status bar has nowhere to show one.
+        [] { return std::optional<UpdateInfo> {}; },
+    };
+}
+} // namespace
+
+WatchMode::WatchMode(platform::Environment env, QObject* parent)
+    : QObject(parent)
+    , m_env(std::move(env))
+{
+    if (!m_env.defaults)
+        m_env.defaults = platform::Defaults::system();
+    m_store = std::make_unique<UsageStore>(m_env, services(m_env));
+    // The tick moves the clock before it decides on a refresh: the settings file
+    // is read again there, so an edit applies at that tick.
+    connect(m_store.get(), &UsageStore::nowChanged, this, [this] {
+        m_env.defaults->reload();
+        if (!m_store->isRefreshing())
+            print(false);
+    });
+    connect(m_store.get(), &UsageStore::isRefreshingChanged, this, [this] {
+        if (!m_store->isRefreshing())
+            print(true);
+    });
+    TrayLink::onRecordsChanged(this, SLOT(trayRefreshed()));
+}
+
+WatchMode::~WatchMode() = default;
+
+void WatchMode::refreshNow()
+{
+    if (!TrayLink::requestRefresh())
+        m_store->refresh();
+}
+
+void WatchMode::trayRefreshed()
+{
+    m_store->refresh();
+}
+
+void WatchMode::print(bool always)
+{
+    const platform::Defaults& defaults = *m_env.defaults;
+    const QByteArray line = StatusLine::compose({ m_store->claude(), m_store->codex(), defaults.showClaude(),
+        defaults.showCodex(), defaults.menuBarStyle(), defaults.percentMode(), m_env.now() });
+    if (!always && line == m_last)
+        return;
+    m_last = line;
+    std::fwrite(line.constData(), 1, size_t(line.size()), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}
+
+int WatchMode::main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    platform::QuitSignals::install();
+    WatchMode watch(platform::Environment::system());
+    platform::RefreshSignal::install(&watch, [&watch] { watch.refreshNow(); });
+    QCoreApplication::exec();
+    // A fetch under way is not waited for: the bar asked to end now.
+    std::fflush(stdout);
+    std::_Exit(0);
+}
+
+} // namespace limitra
