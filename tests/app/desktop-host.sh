@@ -96,8 +96,12 @@ XML
     managed() { :; }
 else
     mkdir -p "$root/sway"
-    printf '{"layer":"top","position":"top","height":28,"modules-right":["tray"],"tray":{"spacing":6}}' >"$root/waybar.json"
-    printf '* { font-family: DejaVu Sans; font-size: 12px; } window#waybar { background: #333333; }' >"$root/waybar.css"
+    # The bar also runs the status line of `limitra --watch` at its left end.
+    printf '{"layer":"top","position":"top","height":28,"modules-right":["tray"],"tray":{"spacing":6},
+        "modules-left":["custom/limitra"],"custom/limitra":{"exec":"%s --watch","return-type":"json"}}' \
+        "$(realpath "$limitra")" >"$root/waybar.json"
+    printf '* { font-family: DejaVu Sans; font-size: 12px; } window#waybar { background: #333333; color: #ffffff; }' \
+        >"$root/waybar.css"
     cat >"$root/sway/config" <<EOF
 output HEADLESS-1 resolution 1280x800 position 0 0
 xwayland enable
@@ -198,6 +202,10 @@ shot bar
 read -r bx by bw bh <<<"$(convert "$root/$desk-bar.png" -crop 200x28+1080+0 +repage -fuzz 12% -trim -format '%X %Y %w %h' info: | tr -d +)"
 icon_x=$((1080 + bx + 8)) icon_y=14
 [ "$bw" -gt 4 ] && [ "$bw" -lt 200 ] || fail "no icon at the bar's right end ($bx $by $bw $bh)"
+if [ $desk = wayland ]; then
+    read -r _ _ tw _ <<<"$(convert "$root/$desk-bar.png" -crop 300x28+0+0 +repage -fuzz 12% -trim -format '%X %Y %w %h' info:)"
+    [ "${tw:-0}" -gt 60 ] || fail "waybar shows no text of limitra --watch"
+fi
 
 # The label beside the icon, as the XFCE host lists it; a second start shows this one's panel.
 if [ $desk = x11 ]; then
@@ -238,7 +246,8 @@ fi
 wait_for 'geom Límites' || fail "a click on the icon opened no panel"
 on_screen_near $(geom Límites) $icon_x $icon_y || fail "the panel at $(geom Límites) is not beside $icon_x,$icon_y"
 shot panel
-click $((x + 40)) $((y + 100))
+read -r x y w h <<<"$(geom 'Ajustes de Limitra')"
+click $((x + 20)) $((y + h - 15))
 wait_for '! xid Límites | grep -q .' || fail "a click on the settings window left the panel open"
 
 # A row of the menu opens the panel too.

@@ -93,13 +93,18 @@ void PanelWindow::open(QPoint anchor)
     show();
     raise();
     requestActivate();
+}
+
+void PanelWindow::exposeEvent(QExposeEvent* event)
+{
     // A Wayland compositor keeps the focus from an X11 window it did not give it
     // to: the panel takes keys and clicks by grabbing them instead, and a click
-    // outside it hides it.
-    if (x11UnderWayland()) {
+    // outside it hides it. Only a window on screen can grab.
+    if (isExposed() && x11UnderWayland()) {
         setKeyboardGrabEnabled(true);
         setMouseGrabEnabled(true);
     }
+    QQuickWindow::exposeEvent(event);
 }
 
 bool PanelWindow::x11UnderWayland()

@@ -49,6 +49,7 @@ protected:
     void keyPressEvent(QKeyEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
     void hideEvent(QHideEvent* event) override;
+    void exposeEvent(QExposeEvent* event) override;
 
 private:
     static bool isScreenPoint(QPoint point);
