@@ -2,7 +2,7 @@
 
 #include "platform/Defaults.h"
 #include "platform/Http.h"
-#include "platform/QuitSignals.h"
+#include "platform/SignalEvents.h"
 #include "ui/UiModule.h"
 #include "ui/panel/PanelActions.h"
 #include "ui/settings/SettingsWindow.h"
@@ -17,6 +17,7 @@
 #include <QCursor>
 #include <QQuickWindow>
 
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -155,7 +156,7 @@ int LimitraApp::main(int argc, char** argv)
     SingleInstance instance;
     if (!instance.claim())
         return 0;
-    platform::QuitSignals::install();
+    platform::SignalEvents::on({ SIGTERM, SIGINT }, &app, [] { QCoreApplication::quit(); });
     // Quitting waits for no server: transfers stop, and the next start is a new instance at once.
     connect(&app, &QCoreApplication::aboutToQuit, &instance, [&instance] {
         platform::Http::stopAll();

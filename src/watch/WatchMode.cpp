@@ -1,8 +1,7 @@
 #include "watch/WatchMode.h"
 
 #include "platform/Defaults.h"
-#include "platform/QuitSignals.h"
-#include "platform/RefreshSignal.h"
+#include "platform/SignalEvents.h"
 #include "services/claude/ClaudeProvider.h"
 #include "services/codex/CodexProvider.h"
 #include "store/StatusLine.h"
@@ -10,6 +9,7 @@
 
 #include <QCoreApplication>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
@@ -84,9 +84,9 @@ void WatchMode::print(bool always)
 int WatchMode::main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    platform::QuitSignals::install();
+    platform::SignalEvents::on({ SIGTERM, SIGINT }, &app, [] { QCoreApplication::quit(); });
     WatchMode watch(platform::Environment::system());
-    platform::RefreshSignal::install(&watch, [&watch] { watch.refreshNow(); });
+    platform::SignalEvents::on({ SIGUSR1 }, &watch, [&watch] { watch.refreshNow(); });
     QCoreApplication::exec();
     // A fetch under way is not waited for: the bar asked to end now.
     std::fflush(stdout);
