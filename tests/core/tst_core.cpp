@@ -234,6 +234,10 @@ private Q_SLOTS:
             if (child == 0)
                 for (int i = 0;; ++i)
                     Files::writeAtomic(file, i % 2 ? a : b);
+            // Once the child writes (a temporary beside the file), so a slow start on a
+            // loaded machine never lets every kill land before the first write.
+            for (int wait = 0; wait < 10000 && entries(dir.path()).size() < 2; ++wait)
+                ::usleep(100);
             ::usleep(kill * 29 % 3000); // spread over a write
             ::kill(child, SIGKILL);
             QCOMPARE(::waitpid(child, nullptr, 0), child);
