@@ -14,7 +14,6 @@
 #include "ui/tray/TrayRecords.h"
 
 #include <QApplication>
-#include <QCursor>
 #include <QQuickWindow>
 
 #include <csignal>
@@ -86,12 +85,6 @@ PanelWindow& LimitraApp::panel()
 
 void LimitraApp::togglePanel(QPoint anchor)
 {
-    // A host that gives no point was clicked where the pointer is. Only an X11
-    // session knows that position; under Wayland the pointer last seen by an
-    // X11 client is anywhere.
-    if (anchor.isNull() && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
-        && QGuiApplication::platformName() == QLatin1String("xcb"))
-        anchor = QCursor::pos();
     panel().toggle(anchor);
 }
 

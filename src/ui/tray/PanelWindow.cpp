@@ -3,6 +3,7 @@
 #include "ui/WindowFit.h"
 #include "ui/panel/LimitsPanel.h"
 
+#include <QCursor>
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QPalette>
@@ -60,6 +61,11 @@ void PanelWindow::fitContent()
 
 void PanelWindow::toggle(QPoint anchor)
 {
+    // A host that gives no point was clicked where the pointer is. Only an X11
+    // session knows that position; under Wayland the pointer last seen by an
+    // X11 client is anywhere.
+    if (anchor.isNull() && !waylandSession() && QGuiApplication::platformName() == QLatin1String("xcb"))
+        anchor = QCursor::pos();
     if (isVisible()) {
         hide();
         return;
@@ -107,10 +113,14 @@ void PanelWindow::exposeEvent(QExposeEvent* event)
     QQuickWindow::exposeEvent(event);
 }
 
+bool PanelWindow::waylandSession()
+{
+    return !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+}
+
 bool PanelWindow::x11UnderWayland()
 {
-    return QGuiApplication::platformName() == QLatin1String("xcb")
-        && !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+    return QGuiApplication::platformName() == QLatin1String("xcb") && waylandSession();
 }
 
 void PanelWindow::hideEvent(QHideEvent* event)
@@ -146,7 +156,7 @@ bool PanelWindow::isScreenPoint(QPoint point)
     // Wayland hosts know no screen coordinates: some give the point within
     // their icon (waybar's (7, 14)). Such a session's click counts only where
     // the screen reserves a panel, as GNOME and KDE tell X11 clients.
-    if (qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+    if (!waylandSession())
         return true;
     const QScreen* screen = QGuiApplication::screenAt(point);
     return screen && !screen->availableGeometry().contains(point);

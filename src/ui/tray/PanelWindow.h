@@ -30,8 +30,9 @@ public:
 
     // Opens the panel at `anchor`, a click on the tray icon in screen coordinates,
     // or closes it when open. The click that just closed it by taking the focus
-    // away does not open it again. With no click point (null) the panel opens
-    // where the last click was, or at the tray's corner before any click.
+    // away does not open it again. With no click point (null) toggle() takes the
+    // pointer's place on an X11 session; otherwise the panel opens where the
+    // last click was, or at the tray's corner before any click.
     void toggle(QPoint anchor);
     void open(QPoint anchor);
 
@@ -53,6 +54,7 @@ protected:
 
 private:
     static bool isScreenPoint(QPoint point);
+    static bool waylandSession();
     static bool x11UnderWayland();
     void fitContent();
     void onActiveChanged();
