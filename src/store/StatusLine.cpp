@@ -1,8 +1,8 @@
 #include "store/StatusLine.h"
 
-#include "model/FormatUtil.h"
 #include "model/PercentMode.h"
 #include "model/UsageBand.h"
+#include "store/LimitLines.h"
 #include "store/MenuBarText.h"
 
 #include <QJsonDocument>
@@ -12,25 +12,6 @@
 namespace limitra::StatusLine {
 
 namespace {
-const QString kDot = QStringLiteral(" \u00B7 ");
-
-void describe(
-    QStringList& lines, const QString& name, const ServiceUsage& usage, const PercentMode& mode, double now)
-{
-    if (usage.error) {
-        lines.append(name + kDot + *usage.error);
-        return;
-    }
-    if (usage.rows.isEmpty())
-        lines.append(name + kDot + QStringLiteral("Cargando…"));
-    for (const LimitRow& row : usage.rows) {
-        QString line = name + kDot + row.title + kDot + mode.text(row.leftPercent());
-        if (row.resetsAt)
-            line += QStringLiteral(" · Se reinicia en ") + FormatUtil::countdown(*row.resetsAt, now);
-        lines.append(line);
-    }
-}
-
 QString bandClass(const Inputs& in, const std::optional<double>& lowest)
 {
     const bool failed = (in.showClaude || in.showCodex) && (!in.showClaude || in.claude.error)
@@ -61,9 +42,10 @@ QByteArray compose(const Inputs& in)
 
     QStringList tooltip;
     if (in.showClaude)
-        describe(tooltip, QStringLiteral("Claude Code"), in.claude, mode, in.now);
+        tooltip
+            += LimitLines::of(QStringLiteral("Claude Code"), in.claude, mode, in.now, LimitLines::tooltip());
     if (in.showCodex)
-        describe(tooltip, QStringLiteral("Codex"), in.codex, mode, in.now);
+        tooltip += LimitLines::of(QStringLiteral("Codex"), in.codex, mode, in.now, LimitLines::tooltip());
 
     QJsonObject line { { QStringLiteral("text"), text }, { QStringLiteral("tooltip"), tooltip.join(u'\n') },
         { QStringLiteral("class"), bandClass(in, lowest) } };

@@ -1,10 +1,9 @@
 #include "ui/tray/TrayItem.h"
 
-#include "model/FormatUtil.h"
 #include "platform/Defaults.h"
+#include "store/LimitLines.h"
 #include "store/MenuBarText.h"
 #include "store/UsageStore.h"
-#include "ui/panel/PanelFormat.h"
 #include "ui/tray/GaugeIcon.h"
 #include "ui/tray/StatusNotifierItem.h"
 
@@ -86,32 +85,15 @@ QString TrayItem::toolTipText() const
 
 QStringList TrayItem::limitLines() const
 {
-    const QString separator = QStringLiteral(" · ");
-    const QString mode = m_store.environment().defaults->percentMode();
+    const PercentMode mode
+        = PercentMode::fromRawValue(m_store.environment().defaults->percentMode()).value_or(PercentMode {});
     QStringList lines;
-    const auto add = [&](bool shown, const QString& name, const ServiceUsage& usage) {
-        if (!shown)
-            return;
-        switch (PanelFormat::cardState(usage)) {
-        case PanelFormat::ErrorCard:
-            lines.append(name + separator + *usage.error);
-            break;
-        case PanelFormat::LoadingCard:
-            lines.append(name + separator + QStringLiteral("Cargando…"));
-            break;
-        case PanelFormat::RowsCard:
-            for (const LimitRow& row : usage.rows) {
-                QString line = name + separator + row.title + QStringLiteral(" — ")
-                    + PanelFormat::percentText(row, mode);
-                if (row.resetsAt)
-                    line += separator + FormatUtil::countdown(*row.resetsAt, m_store.now());
-                lines.append(line);
-            }
-            break;
-        }
-    };
-    add(m_store.showClaude(), QStringLiteral("Claude Code"), m_store.claude());
-    add(m_store.showCodex(), QStringLiteral("Codex"), m_store.codex());
+    if (m_store.showClaude())
+        lines += LimitLines::of(
+            QStringLiteral("Claude Code"), m_store.claude(), mode, m_store.now(), LimitLines::menu());
+    if (m_store.showCodex())
+        lines += LimitLines::of(
+            QStringLiteral("Codex"), m_store.codex(), mode, m_store.now(), LimitLines::menu());
     return lines;
 }
 
