@@ -23,11 +23,7 @@ item=org.kde.StatusNotifierItem-$app-1
 for _ in $(seq 100); do gdbus introspect --session -d "$item" -o /MenuBar >/dev/null 2>&1 && break; sleep 0.1; done
 sleep 3 # the first refresh
 
-# Resident memory, and its proportional share: the libraries' pages count
-# once among every Qt program of the desktop.
-rss() { awk '/^Rss/ { r = $2 } /^Pss:/ { p = $2 } END { printf "%.1f MiB (proportional %.1f MiB)", r / 1024, p / 1024 }' \
-    "/proc/$app/smaps_rollup"; }
-cpu() { awk '{ print $14 + $15 }' "/proc/$app/stat"; }
+. "$(dirname "$0")/process.sh"
 
 start_rss=$(rss)
 # "Actualizar ahora" is the menu's second entry. A click while a refresh runs is
@@ -52,10 +48,7 @@ for _ in $(seq 100); do activate && sleep 0.1; activate && sleep 0.1; done
 sleep 2
 panel_after=$(rss)
 
-ticks=$(getconf CLK_TCK)
-before=$(cpu)
-sleep "$idle"
-used=$(( $(cpu) - before ))
+idle_cpu=$(cpu_at_rest "$idle")
 
 printf '%-40s %s\n' "tray: resident after start" "$start_rss"
 printf '%-40s %s\n' "tray: label after the refreshes" "$label"
@@ -63,5 +56,4 @@ printf '%-40s %s (%d requests in %d s)\n' "tray: resident after $refreshes refre
     "$refreshes" "$((end - begin))"
 printf '%-40s %s\n' "tray: resident after the panel opened" "$panel_rss"
 printf '%-40s %s\n' "tray: resident after 100 more openings" "$panel_after"
-printf '%-40s %s\n' "tray: CPU over ${idle} s idle" \
-    "$(awk -v u="$used" -v t="$ticks" -v s="$idle" 'BEGIN { printf "%.3f %% of one core (%d ticks)", 100 * u / t / s, u }')"
+printf '%-40s %s\n' "tray: CPU over ${idle} s idle" "$idle_cpu"

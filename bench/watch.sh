@@ -12,17 +12,10 @@ trap 'kill $app 2>/dev/null; wait $app 2>/dev/null' EXIT
 read -r -t 30 first <&"${watch[0]}"
 sleep 1
 
-rss() { awk '/^Rss/ { r = $2 } /^Pss:/ { p = $2 } END { printf "%.1f MiB (proportional %.1f MiB)", r / 1024, p / 1024 }' \
-    "/proc/$app/smaps_rollup"; }
-cpu() { awk '{ print $14 + $15 }' "/proc/$app/stat"; }
-
+. "$(dirname "$0")/process.sh"
 start_rss=$(rss)
-ticks=$(getconf CLK_TCK)
-before=$(cpu)
-sleep "$idle"
-used=$(( $(cpu) - before ))
+idle_cpu=$(cpu_at_rest "$idle")
 
 printf '%-40s %s\n' "watch: first line" "${first:0:60}"
 printf '%-40s %s\n' "watch: resident at rest" "$start_rss"
-printf '%-40s %s\n' "watch: CPU over ${idle} s at rest" \
-    "$(awk -v u="$used" -v t="$ticks" -v s="$idle" 'BEGIN { printf "%.3f %% of one core (%d ticks)", 100 * u / t / s, u }')"
+printf '%-40s %s\n' "watch: CPU over ${idle} s at rest" "$idle_cpu"
