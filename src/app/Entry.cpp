@@ -22,6 +22,10 @@ Choice choose(const QStringList& arguments)
 {
     if (arguments.contains(QStringLiteral("--check")))
         return { Mode::Check, {} };
+    const qsizetype fetch = arguments.indexOf(QStringLiteral("--fetch"));
+    if (fetch >= 0 && fetch + 1 < arguments.size()
+        && QStringList { QStringLiteral("claude"), QStringLiteral("codex") }.contains(arguments.at(fetch + 1)))
+        return { Mode::Fetch, arguments.at(fetch + 1) };
     const std::pair<const char*, Mode> options[] = { { "--json", Mode::Json }, { "--watch", Mode::Watch },
         { "--help", Mode::Help }, { "--version", Mode::Version } };
     for (const auto& [option, mode] : options)
@@ -59,6 +63,15 @@ void runJson(const platform::Environment& env, QTextStream& out)
 {
     const auto [claude, codex] = fetchBoth(env);
     out << QString::fromUtf8(UsageJson::document(claude, codex, env.now()));
+    out.flush();
+}
+
+void runFetch(const platform::Environment& env, const QString& service, QTextStream& out)
+{
+    const bool claude = service == QLatin1String("claude");
+    const ServiceUsage usage = claude ? ClaudeProvider::fetch(env) : CodexProvider::fetch(env);
+    out << QString::fromUtf8(UsageJson::document(
+        claude ? usage : ServiceUsage {}, claude ? ServiceUsage {} : usage, env.now(), QJsonDocument::Compact));
     out.flush();
 }
 
@@ -100,12 +113,17 @@ int main(int argc, char** argv)
 
     switch (choice.mode) {
     case Mode::Check:
-    case Mode::Json: {
+    case Mode::Json:
+    case Mode::Fetch: {
         // The check never touches the GUI, so it runs with no display and no
         // session bus; the main thread only waits for it.
         QTextStream out(stdout);
-        std::thread task([&out, json = choice.mode == Mode::Json] {
-            (json ? runJson : runCheck)(platform::Environment::system(), out);
+        std::thread task([&out, &choice] {
+            const platform::Environment env = platform::Environment::system();
+            if (choice.mode == Mode::Fetch)
+                runFetch(env, choice.argument, out);
+            else
+                (choice.mode == Mode::Json ? runJson : runCheck)(env, out);
         });
         task.join();
         break;

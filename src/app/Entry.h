@@ -21,18 +21,20 @@ enum class Mode {
     Watch, // a line of JSON for status bars after each refresh, until SIGTERM
     Help, // a short usage
     Version, // "limitra 1.0.0"
+    Fetch, // one service's record as UsageJson's document: the watch mode's child, never typed by hand
 };
 
 struct Choice
 {
     Mode mode = Mode::Application;
-    QString snapshotPath; // only for Mode::Snapshot
+    QString argument; // the path of Mode::Snapshot, the service ("claude", "codex") of Mode::Fetch
 };
 
-// "--check" anywhere (the program path included) wins, then "--json",
-// "--watch", "--help" and "--version" in this order; otherwise the first
-// "--snapshot" takes the element after it as the path; a "--snapshot"
-// without a path, like no option at all, starts the application.
+// "--check" anywhere (the program path included) wins, then "--fetch" before
+// "claude" or "codex", then "--json", "--watch", "--help" and "--version" in
+// this order; otherwise the first "--snapshot" takes the element after it as
+// the path; a "--snapshot" without a path, like no option at all, starts the
+// application.
 Choice choose(const QStringList& arguments);
 
 // Runs the chosen mode to its end. The exit status is always 0.
@@ -44,6 +46,8 @@ int main(int argc, char** argv);
 void runCheck(const platform::Environment& env, QTextStream& out);
 // The same fetches, written as UsageJson's document.
 void runJson(const platform::Environment& env, QTextStream& out);
+// One service's fetch in the same document, the other service's record empty.
+void runFetch(const platform::Environment& env, const QString& service, QTextStream& out);
 
 // The texts of --help and --version, each ending in a newline.
 QString helpText();

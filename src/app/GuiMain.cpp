@@ -24,6 +24,7 @@ extern "C" Q_DECL_EXPORT int limitra_gui_main(int argc, char** argv, int mode, c
     case Mode::Watch:
     case Mode::Help:
     case Mode::Version:
+    case Mode::Fetch:
         break;
     }
     return 0;

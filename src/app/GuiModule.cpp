@@ -49,7 +49,7 @@ int run(int argc, char** argv, const Entry::Choice& choice)
     QString error;
     const auto entry = reinterpret_cast<EntryPoint>(load(kFileName, kEntryPointName, &error));
     if (entry) {
-        const QByteArray path = choice.snapshotPath.toLocal8Bit();
+        const QByteArray path = choice.argument.toLocal8Bit();
         return entry(argc, argv, static_cast<int>(choice.mode), path.constData());
     }
     if (choice.mode == Entry::Mode::Snapshot) {

@@ -2,9 +2,8 @@
 
 #include "platform/Defaults.h"
 #include "platform/SignalEvents.h"
-#include "services/claude/ClaudeProvider.h"
-#include "services/codex/CodexProvider.h"
 #include "store/StatusLine.h"
+#include "watch/FetchProcess.h"
 #include "watch/TrayLink.h"
 
 #include <QCoreApplication>
@@ -17,16 +16,16 @@ namespace limitra {
 
 namespace {
 // The tray's record when a tray answers, else a fetch of our own.
-UsageStore::Services services(const platform::Environment& env)
+UsageStore::Services services()
 {
     return {
-        [env] {
+        [] {
             const auto tray = TrayLink::records();
-            return tray ? tray->first : ClaudeProvider::fetch(env);
+            return tray ? tray->first : FetchProcess::claude();
         },
-        [env] {
+        [] {
             const auto tray = TrayLink::records();
-            return tray ? tray->second : CodexProvider::fetch(env);
+            return tray ? tray->second : FetchProcess::codex();
         },
         // The tray tells of new versions; a status bar has nowhere to show one.
         [] { return std::optional<UpdateInfo> {}; },
@@ -40,7 +39,7 @@ WatchMode::WatchMode(platform::Environment env, QObject* parent)
 {
     if (!m_env.defaults)
         m_env.defaults = platform::Defaults::system();
-    m_store = std::make_unique<UsageStore>(m_env, services(m_env));
+    m_store = std::make_unique<UsageStore>(m_env, services());
     // The tick moves the clock before it decides on a refresh: the settings file
     // is read again there, so an edit applies at that tick.
     connect(m_store.get(), &UsageStore::nowChanged, this, [this] {

@@ -30,6 +30,8 @@ private Q_SLOTS:
             { "snapshot last", "limitra a.png --snapshot", "app " },
             { "exact spellings only", "limitra --CHECK --check=1 --snapshot=a.png --JSON -h", "app " },
             { "check wins over json", "limitra --json --check", "check " },
+            { "fetch of a service, then json", "limitra --json --fetch codex --fetch", "fetch codex" },
+            { "fetch of no service", "limitra --fetch --json --fetch claude", "json " },
             { "json, then watch", "limitra --version --help --watch --json", "json " },
             { "watch, then help", "limitra --snapshot a.png --version --help --watch", "watch " },
             { "help, then version", "limitra --version --snapshot a.png --help", "help " },
@@ -42,8 +44,8 @@ private Q_SLOTS:
         QFETCH(QString, arguments);
         QFETCH(QString, expected);
         const Entry::Choice choice = Entry::choose(arguments.split(u' '));
-        const char* const modes[] = { "check ", "snapshot ", "app ", "json ", "watch ", "help ", "version " };
-        QCOMPARE(modes[int(choice.mode)] + choice.snapshotPath, expected);
+        const char* const modes[] = { "check ", "snapshot ", "app ", "json ", "watch ", "help ", "version ", "fetch " };
+        QCOMPARE(modes[int(choice.mode)] + choice.argument, expected);
     }
 
     void reportLines_data()

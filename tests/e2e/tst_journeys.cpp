@@ -398,8 +398,9 @@ void TestJourneys::watchFollowsSignalsSettingsAndTheTray()
     QFile maps(u"/proc/%1/maps"_qs.arg(watch.processId()));
     QVERIFY(maps.open(QIODevice::ReadOnly));
     const QByteArray mapped = maps.readAll();
+    // Fetches run in a child, so nothing of the network stays mapped between refreshes.
     QVERIFY(mapped.contains("limitra-watch.so") && !mapped.contains("libQt6Gui")
-        && !mapped.contains("limitra-gui"));
+        && !mapped.contains("limitra-gui") && !mapped.contains("libcurl") && !mapped.contains("libsecret"));
 
     claudeAt(95);
     ::kill(pid_t(watch.processId()), SIGUSR1);
@@ -413,6 +414,10 @@ void TestJourneys::watchFollowsSignalsSettingsAndTheTray()
     QCOMPARE(summary(nextLine(watch, 35000)),
         u"95%|critical|5|Claude Code · Sesión de 5 h · 95 % usado · Se reinicia en 1h 0m"_qs);
     QCOMPARE(fetched(), 4);
+    ::kill(pid_t(watch.processId()), SIGUSR1); // a hidden service is not fetched
+    QCOMPARE(summary(nextLine(watch)),
+        u"95%|critical|5|Claude Code · Sesión de 5 h · 95 % usado · Se reinicia en 1h 0m"_qs);
+    QCOMPARE(fetched(), 5);
     QElapsedTimer ending;
     ending.start();
     watch.terminate();
@@ -431,7 +436,7 @@ void TestJourneys::watchFollowsSignalsSettingsAndTheTray()
     trayEnvironment.insert(u"QT_QPA_PLATFORM"_qs, u"offscreen"_qs);
     tray.setProcessEnvironment(trayEnvironment);
     tray.start(qEnvironmentVariable("LIMITRA_BINARY"), QStringList());
-    QTRY_COMPARE_WITH_TIMEOUT(fetched(), 6, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(fetched(), 7, 10000);
     watch.setProcessEnvironment(environment);
     QVERIFY(startWatch());
     const QString claude5 = u"Claude Code · Sesión de 5 h · 5 % restante · Se reinicia en 1h 0m"_qs;
@@ -439,18 +444,18 @@ void TestJourneys::watchFollowsSignalsSettingsAndTheTray()
     if (line[u"text"].toString() != u"C 5% · X 93%"_qs) // the tray was still publishing its first refresh
         line = nextLine(watch);
     QCOMPARE(summary(line), u"C 5% · X 93%|critical|5|"_qs + claude5 + u'\n' + codex93);
-    QCOMPARE(fetched(), 6);
+    QCOMPARE(fetched(), 7);
     claudeAt(80);
     ::kill(pid_t(watch.processId()), SIGUSR1); // the tray refreshes, the watch shows its records
     QCOMPARE(summary(nextLine(watch)), u"C 20% · X 93%|warning|20|"_qs + claude20 + u'\n' + codex93);
-    QCOMPARE(fetched(), 8);
+    QCOMPARE(fetched(), 9);
 
     tray.terminate();
     QVERIFY(tray.waitForFinished(5000));
     claudeAt(95);
     ::kill(pid_t(watch.processId()), SIGUSR1); // no tray now: the watch fetches itself
     QCOMPARE(summary(nextLine(watch)), u"C 5% · X 93%|critical|5|"_qs + claude5 + u'\n' + codex93);
-    QCOMPARE(fetched(), 10);
+    QCOMPARE(fetched(), 11);
     watch.terminate();
     QVERIFY(watch.waitForFinished(1000));
     bus.kill();

@@ -18,11 +18,6 @@ const QString kSessionExpired
     = QStringLiteral("Sesión de Claude Code expirada. Abre `claude` en la Terminal, "
                      "ejecuta /login y luego pulsa ↻ aquí.");
 
-QString statusError(int status)
-{
-    return QStringLiteral("No pude consultar el uso de Claude (HTTP %1).").arg(status);
-}
-
 // Letters, marks and digits of any script travel as they are; every other
 // character becomes %XX per UTF-8 byte. Null when the text is not valid UTF-16.
 std::optional<QByteArray> percentEncoded(const QString& text)
@@ -56,6 +51,11 @@ QByteArray refreshBody(const QString& refreshToken)
         + "&client_id=" + QByteArray(clientId.data(), clientId.size());
 }
 } // namespace
+
+QString statusError(int status)
+{
+    return QStringLiteral("No pude consultar el uso de Claude (HTTP %1).").arg(status);
+}
 
 std::optional<Lineage> refresh(const platform::Environment& env, const Lineage& lineage)
 {

@@ -55,6 +55,9 @@ QList<LimitRow> parseRows(const QJsonObject& answer);
 // Trades the lineage's refresh token for a new session and persists it.
 std::optional<Lineage> refresh(const platform::Environment& env, const Lineage& lineage);
 
+// The error text for an answer with this status; 0 when none came.
+QString statusError(int status);
+
 // Blocking; call from a worker thread. Never fails outward.
 ServiceUsage fetch(const platform::Environment& env);
 } // namespace ClaudeProvider

@@ -24,12 +24,6 @@ QString missingCredentials()
     return QStringLiteral("No encontré credenciales de Codex. Ejecuta `codex login` en la Terminal.");
 }
 
-QString httpMessage(int status)
-{
-    return QStringLiteral("No pude consultar el uso de Codex (HTTP %1). Ejecuta `codex login` si persiste.")
-        .arg(status);
-}
-
 // The working copies that one fetch shares between its usage calls and the
 // token refresh; the refresh changes them and the retry reads them.
 struct Session
@@ -134,6 +128,12 @@ std::optional<LimitRow> row(const std::optional<QJsonObject>& window, const QStr
     return result;
 }
 } // namespace
+
+QString httpMessage(int status)
+{
+    return QStringLiteral("No pude consultar el uso de Codex (HTTP %1). Ejecuta `codex login` si persiste.")
+        .arg(status);
+}
 
 QList<LimitRow> parseRows(const QJsonObject& answer, double now)
 {

@@ -23,6 +23,9 @@ inline constexpr QLatin1String authFile { ".codex/auth.json" };
 // The OAuth client identifier sent with every token refresh.
 inline constexpr char clientId[] = "app_Zq8RtLw2Nc5VyH0dKs3Bpxme";
 
+// The error text for an answer with this status; 0 when none came.
+QString httpMessage(int status);
+
 // Blocking; call it from a worker thread. Never fails outward: every
 // failure becomes the record's Spanish error text.
 ServiceUsage fetch(const platform::Environment& env);
