@@ -1,11 +1,9 @@
 #include "app/CheckReport.h"
 #include "app/Entry.h"
-#include "platform/Http.h"
 #include "store/UsageJson.h"
 #include "support/TestEnv.h"
 
 #include <QTest>
-#include <QTextStream>
 
 using namespace limitra;
 using namespace limitra::test;
@@ -17,8 +15,6 @@ class TestEntry : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { platform::Http::globalInit(); }
-
     void argumentsChooseTheMode_data()
     {
         QTest::addColumn<QString>("arguments"); // split at spaces, the program path first
@@ -81,31 +77,6 @@ private Q_SLOTS:
         QCOMPARE(CheckReport::lines(claude, codex, kNow).join(u'\n'), expected);
         // The tray hands its records to the watch mode in --json's document: nothing may be lost.
         QCOMPARE(UsageJson::parse(UsageJson::document(claude, codex, kNow)), std::pair(claude, codex));
-    }
-
-    // Codex answers first, yet the report keeps Claude first; both requests are out at once.
-    void checkFetchesBothAtOnceInFixedOrder()
-    {
-        TestEnv t(kNow, std::chrono::seconds(5));
-        QVERIFY(t.write(".claude/.credentials.json",
-            R"({"claudeAiOauth":{"accessToken":"c","refreshToken":"r","expiresAt":2e12}})"));
-        QVERIFY(t.write(".codex/auth.json", R"({"tokens":{"access_token":"x","account_id":"a"}})"));
-        PeerAnswer claude = answer(200, R"({"five_hour":{"utilization":12}})"),
-                   codex = answer(200, R"({"rate_limit":{"secondary_window":{"used_percent":7}}})");
-        claude.delay = std::chrono::milliseconds(900);
-        codex.delay = std::chrono::milliseconds(300);
-        t.peer.on("GET", "/api/oauth/usage", claude);
-        t.peer.on("GET", "/backend-api/wham/usage", codex);
-        QString text;
-        QTextStream out(&text);
-        Entry::runCheck(t.env, out);
-        QCOMPARE(text,
-            "== Claude Code [sin plan] ==\n  Sesión de 5 h — 12% usado (88% restante)\n"
-            "== Codex [sin plan] ==\n  Ventana secundaria — 7% usado (93% restante)\n");
-        const auto requests = t.peer.requests();
-        QCOMPARE(requests.size(), 2);
-        QVERIFY(std::max(requests[0].arrivedAt, requests[1].arrivedAt)
-            < std::min(requests[0].answeredAt, requests[1].answeredAt));
     }
 };
 

@@ -1,4 +1,4 @@
-// Texts, settings, files, login entry, HTTP, keyring, store and update check, on real parts.
+// Texts, settings, files, login entry, HTTP, store and update check, on real parts.
 #include "model/AppSettings.h"
 #include "model/FormatUtil.h"
 #include "model/PercentMode.h"
@@ -6,8 +6,6 @@
 #include "platform/Defaults.h"
 #include "platform/Files.h"
 #include "platform/Http.h"
-#include "platform/Json.h"
-#include "platform/LibsecretStore.h"
 #include "platform/LoginItem.h"
 #include "store/MenuBarText.h"
 #include "store/UsageStore.h"
@@ -166,16 +164,6 @@ QString startedAs(const QString& marker, const std::function<bool()>& start)
     return ran ? QFile::decodeName(readFile(marker)) : QString();
 }
 
-// Standard output and "ok" when the program succeeds, else nothing.
-QByteArray run(const QString& program, const QStringList& args, const QByteArray& input = {})
-{
-    QProcess p;
-    p.start(program, args);
-    p.write(input);
-    p.closeWriteChannel();
-    return p.waitForFinished() && p.exitCode() == 0 ? p.readAllStandardOutput() + "ok" : QByteArray();
-}
-
 // Scripted services: each fetch counts its calls, can be held at a gate, and
 // answers with a record whose plan and usage name the call.
 struct Fixture
@@ -324,17 +312,6 @@ private Q_SLOTS:
         QVERIFY(kind == "newline" || peer.requests().first().header("authorization") == "Bearer a");
     }
 
-    void jsonKeepsTypesAndLayout()
-    {
-        const auto doc = Json::parseObject(R"({"n":1.5,"s":"2","t":{"u":true}})");
-        QVERIFY(doc);
-        QCOMPARE(Json::number(*doc, u"n"), std::optional(1.5));
-        QCOMPARE(Json::number(*doc, u"s"), std::nullopt);
-        QCOMPARE(Json::number(*doc, u"none"), std::nullopt);
-        // Written back one member a line, as the other tools write these files.
-        QCOMPARE(Json::indented(*doc).count('\n'), 7);
-    }
-
     void eachKeySignalsOnlyItsOwnChange_data() { addRows(kSettings); }
     void eachKeySignalsOnlyItsOwnChange()
     {
@@ -405,33 +382,6 @@ private Q_SLOTS:
         QVERIFY(LoginItem::isEnabled(autostart) && !QFile::exists(target));
         QVERIFY(AppSettings::setLaunchAtLogin(false, autostart));
         QCOMPARE(entries(autostart), QStringList("app.limitra.Limitra.desktop"));
-    }
-
-    // Items another tool wrote are found and updated; a locked collection is never
-    // read or written, and an update that matched nothing fails.
-    void keyringItems()
-    {
-        if (!qEnvironmentVariableIsSet("LIMITRA_PRIVATE_KEYRING"))
-            QSKIP("needs the private keyring of the test launcher");
-        LibsecretStore store;
-        const QStringList item { "service", "svc", "account", "me" };
-        QVERIFY(!store.replace("svc", "me", "x"));
-        QVERIFY(!store.findFirst("svc"));
-        QVERIFY(!run("secret-tool", QStringList { "store", "--label=L" } + item, "old").isEmpty());
-        QCOMPARE(store.findFirst("svc")->data, "old");
-        QVERIFY(store.replace("svc", "me", "new"));
-        QCOMPARE(run("secret-tool", QStringList("lookup") + item), "newok");
-
-        QVERIFY(!run("secret-tool", QStringList { "store", "--label=L", "--collection=session" } + item, "s")
-                     .isEmpty());
-        const QString lock
-            = "call --session --dest org.freedesktop.secrets --object-path /org/freedesktop/secrets "
-              "--method org.freedesktop.Secret.Service.Lock";
-        QVERIFY(!run("gdbus", lock.split(' ') << "[objectpath '/org/freedesktop/secrets/collection/login']")
-                     .isEmpty());
-        QVERIFY(store.replace("svc", "me", "newer"));
-        QCOMPARE(store.findFirst("svc")->data, "newer");
-        QCOMPARE(store.findFirst("svc")->account, "me");
     }
 
     void texts_data() { addRows(QString::fromUtf8(kTexts).split('\n')); }

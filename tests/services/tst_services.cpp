@@ -364,6 +364,7 @@ nothing to refresh  | {"tokens":{"access_token":"at-1"}} | 401 | 200 | {"access_
         QCOMPARE(modeOf(t->path(kAuthFile)), 0600);
     }
     // Last: the collection stays locked, since unlocking would need a prompt (which would never end).
+    // Its items are never read or written; the same item in an unlocked collection still is.
     void lockedCollectionLooksEmptyAndNeverPrompts()
     {
         QVERIFY(store(kOwn, "me", "secret"));
@@ -371,6 +372,9 @@ nothing to refresh  | {"tokens":{"access_token":"at-1"}} | 401 | 200 | {"access_
         QVERIFY(!KeychainHelper::read(secrets(), kOwn));
         QVERIFY(!KeychainHelper::saveVerified(secrets(), kOwn, u"me"_s, "x"));
         QVERIFY(!KeychainHelper::upsertOwn(secrets(), kCode, u"me"_s, "x") && count(kCode) == 0);
+        QVERIFY(run({ "secret-tool", "store", "--label=s", "--collection=session", "service", kOwn, "account", "me" }, "s"));
+        QVERIFY(KeychainHelper::update(secrets(), kOwn, u"me"_s, "newer"));
+        QCOMPARE(KeychainHelper::read(secrets(), kOwn)->data, "newer");
     }
 };
 

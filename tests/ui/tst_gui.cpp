@@ -9,7 +9,6 @@
 #include "ui/snapshot/SnapshotMode.h"
 #include "ui/tray/GaugeIcon.h"
 #include "ui/tray/PanelWindow.h"
-#include "ui/tray/SingleInstance.h"
 #include "ui/tray/SniTypes.h"
 #include "ui/tray/TrayItem.h"
 #include "update/UpdateChecker.h"
@@ -21,7 +20,6 @@
 #include <QPainter>
 #include <QProcess>
 #include <QQuickItem>
-#include <QSignalSpy>
 #include <QSvgRenderer>
 #include <QTest>
 
@@ -738,7 +736,6 @@ private Q_SLOTS:
         QTEST(QString("%1 %2").arg(corner.x()).arg(corner.y()), "corner");
     }
 
-    // A second start asks the first to show its panel and leaves.
     // Claude's session through the bands, as the steps set it: one warning per band and
     // window, none again after a restart, none for a failed, hidden or resetless row.
     void lowLimitsWarnOncePerBandAndWindow()
@@ -800,26 +797,11 @@ private Q_SLOTS:
             << uint(notifications.calls.size()) << "default");
         QTRY_VERIFY(t->app->panel().isVisible());
     }
-
-    void secondStartShowsTheFirstOnesPanel()
-    {
-        SingleInstance first;
-        QVERIFY(first.claim());
-        QSignalSpy shown(&first, &SingleInstance::showPanelRequested);
-        QProcess second;
-        second.setEnvironment(QProcess::systemEnvironment() << "LIMITRA_SECOND_START=1");
-        second.start(QCoreApplication::applicationFilePath(), {});
-        QTRY_VERIFY_WITH_TIMEOUT(second.state() == QProcess::NotRunning, 10000);
-        QCOMPARE(second.exitCode(), 3);
-        QCOMPARE(shown.size(), 1);
-    }
 };
 
 int main(int argc, char** argv)
 {
     QApplication app(argc, argv);
-    if (qEnvironmentVariableIsSet("LIMITRA_SECOND_START"))
-        return SingleInstance().claim() ? 0 : 3;
     TestGui test;
     return QTest::qExec(&test, argc, argv);
 }
