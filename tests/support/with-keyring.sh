@@ -6,18 +6,6 @@
 # unlocked and made the default one. The command's exit status is returned.
 set -u
 
-if [ "$#" -eq 0 ]; then
-    echo "usage: $0 <command> [args...]" >&2
-    exit 2
-fi
-
-for tool in dbus-run-session gnome-keyring-daemon gdbus; do
-    if ! command -v "$tool" >/dev/null 2>&1; then
-        echo "with-keyring: $tool is missing (run scripts/setup.sh)" >&2
-        exit 2
-    fi
-done
-
 if [ -z "${LIMITRA_KEYRING_INNER:-}" ]; then
     root=$(mktemp -d "${TMPDIR:-/tmp}/limitra-keyring.XXXXXX") || exit 2
     trap 'rm -rf "$root"' EXIT
