@@ -22,10 +22,11 @@ Choice choose(const QStringList& arguments)
 {
     if (arguments.contains(QStringLiteral("--check")))
         return { Mode::Check, {} };
-    const qsizetype fetch = arguments.indexOf(QStringLiteral("--fetch"));
-    if (fetch >= 0 && fetch + 1 < arguments.size()
-        && QStringList { QStringLiteral("claude"), QStringLiteral("codex") }.contains(arguments.at(fetch + 1)))
-        return { Mode::Fetch, arguments.at(fetch + 1) };
+    if (const qsizetype fetch = arguments.indexOf(QStringLiteral("--fetch")); fetch >= 0) {
+        const QString service = arguments.value(fetch + 1);
+        if (service == u"claude" || service == u"codex")
+            return { Mode::Fetch, service };
+    }
     const std::pair<const char*, Mode> options[] = { { "--json", Mode::Json }, { "--watch", Mode::Watch },
         { "--help", Mode::Help }, { "--version", Mode::Version } };
     for (const auto& [option, mode] : options)
@@ -70,8 +71,8 @@ void runFetch(const platform::Environment& env, const QString& service, QTextStr
 {
     const bool claude = service == QLatin1String("claude");
     const ServiceUsage usage = claude ? ClaudeProvider::fetch(env) : CodexProvider::fetch(env);
-    out << QString::fromUtf8(UsageJson::document(
-        claude ? usage : ServiceUsage {}, claude ? ServiceUsage {} : usage, env.now(), QJsonDocument::Compact));
+    out << QString::fromUtf8(UsageJson::document(claude ? usage : ServiceUsage {},
+        claude ? ServiceUsage {} : usage, env.now(), QJsonDocument::Compact));
     out.flush();
 }
 

@@ -676,8 +676,9 @@ private Q_SLOTS:
         PanelWindow& panel = t.app->panel();
         const auto menuClick = [&](int id) {
             const MenuEvents events { { id, QStringLiteral("clicked"), QDBusVariant(0), 0u } };
-            QCOMPARE(t.call("/MenuBar", "com.canonical.dbusmenu", "EventGroup", { QVariant::fromValue(events) })
-                         .type(),
+            QCOMPARE(
+                t.call("/MenuBar", "com.canonical.dbusmenu", "EventGroup", { QVariant::fromValue(events) })
+                    .type(),
                 QDBusMessage::ReplyMessage);
         };
         menuClick(2);
