@@ -242,11 +242,8 @@ private Q_SLOTS:
 
     // kind, mode of the old file (-1: none), written. A file written is read back
     // whole; anything else but a regular file is neither written nor read.
-    void atomicWrite_data()
-    {
-        addRows({ "new -1 1", "file 0640 1", "file 0400 1", "link 0600 1", "fifo 0600 0", "dir 0700 0",
-            "nofolder -1 0", "full 0600 0", "readonly 0600 0" });
-    }
+    void atomicWrite_data() { addRows({ "new -1 1", "file 0640 1", "file 0400 1", "link 0600 1", "fifo 0600 0",
+        "dir 0700 0", "nofolder -1 0", "full 0600 0", "readonly 0600 0" }); }
     void atomicWrite()
     {
         QFETCH(QString, row);
@@ -286,18 +283,14 @@ private Q_SLOTS:
     }
 
     // The status handed back, or -1 for nothing (in time).
-    void httpGivesTheAnswerAsItCame_data()
-    {
-        addRows({ "plain 200", "redirect 302", "hang -1", "huge -1", "newline -1" });
-    }
+    void httpGivesTheAnswerAsItCame_data() { addRows({ "plain 200", "redirect 302", "hang -1", "huge -1", "newline -1" }); }
     void httpGivesTheAnswerAsItCame()
     {
         QFETCH(QString, row);
         const QString kind = row.section(' ', 0, 0);
         FakePeer peer;
-        PeerAnswer reply = kind == "hang"
-            ? PeerAnswer::hang()
-            : answer(kind == "redirect" ? 302 : 200, QByteArray(kind == "huge" ? 9 << 20 : 2, 'x'));
+        PeerAnswer reply = answer(kind == "hang" ? kHang : kind == "redirect" ? 302 : 200,
+            QByteArray(kind == "huge" ? 9 << 20 : 2, 'x'));
         reply.headers = { { "Location", "/elsewhere" } };
         peer.on("GET", "/x", reply);
         HttpRequest req { "GET", QUrl(peer.baseUrl().toString() + "/x"),
@@ -335,11 +328,8 @@ private Q_SLOTS:
 
     // Install paths the entry must quote or escape, started by GLib's launcher
     // and by a shell, as desktop sessions do.
-    void entryStartsTheGivenProgram_data()
-    {
-        addRows({ "My Apps/tab\there/limitra", "a$HOME`b` say \"hi\"/limitra",
-            "it's back\\slash;b&c|d<e>f*g?h#i(j)~k x=y[z]/limitra", "Aplicación ñ/limitra" });
-    }
+    void entryStartsTheGivenProgram_data() { addRows({ "My Apps/tab\there/limitra", "a$HOME`b` say \"hi\"/limitra",
+        "it's back\\slash;b&c|d<e>f*g?h#i(j)~k x=y[z]/limitra", "Aplicación ñ/limitra" }); }
     void entryStartsTheGivenProgram()
     {
         QFETCH(QString, row);
@@ -359,11 +349,7 @@ private Q_SLOTS:
             startedAs(marker, [&] { return g_app_info_launch(G_APP_INFO(info), nullptr, nullptr, nullptr); }),
             program);
         g_object_unref(info);
-        QCOMPARE(startedAs(marker,
-                     [&] {
-                         return QProcess::startDetached("/bin/sh", { "-c", exec });
-                     }),
-            program);
+        QCOMPARE(startedAs(marker, [&] { return QProcess::startDetached("/bin/sh", { "-c", exec }); }), program);
         QCOMPARE(LoginItem::execValue("/opt/100%f/limitra"), "/opt/100%%f/limitra"); // not a field code
     }
 

@@ -1,7 +1,7 @@
 // The unmodified binary as a user without a desktop session runs it, against a TLS peer for every
 // production host (sandbox.sh): each journey of journeys.txt is a row (see its header).
 #include "model/FormatUtil.h"
-#include "support/FakePeer.h"
+#include "support/TestEnv.h"
 
 #include <QDateTime>
 #include <QDeadlineTimer>
@@ -21,7 +21,8 @@
 #include <csignal>
 #include <cstdio>
 
-using limitra::test::PeerAnswer;
+using namespace limitra::test;
+using namespace Qt::StringLiterals;
 
 namespace {
 const QRegularExpression kMoment(QStringLiteral(R"(\{(iso|ms|sec)([:~])(-?\d+)\})"));
@@ -137,12 +138,6 @@ QStringList asReport(const QByteArray& json, double from, double to)
     }
     return lines;
 }
-
-QByteArray read(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(missing)");
-}
 } // namespace
 
 class TestJourneys : public QObject
@@ -201,26 +196,22 @@ void TestJourneys::journey()
         = [&](const QString& word) { return all(word).value(0).split(u' ', Qt::SkipEmptyParts); };
     const QString key
         = QString::fromLatin1(all(QStringLiteral("rogue")).isEmpty() ? "LIMITRA_PEER_" : "LIMITRA_ROGUE_");
-    limitra::test::FakePeer peer(qEnvironmentVariable(qPrintable(key + QStringLiteral("CERT"))),
+    FakePeer peer(qEnvironmentVariable(qPrintable(key + QStringLiteral("CERT"))),
         qEnvironmentVariable(qPrintable(key + QStringLiteral("KEY"))), 443);
     QVERIFY2(peer.isListening(), "no TLS peer on 127.0.0.1:443: run the test through sandbox.sh");
 
     const double start = QDateTime::currentMSecsSinceEpoch() / 1000.0;
     QMap<QString, QString> expected, before; // file -> its content now: as before unless given after
     for (const QString& f : all(QStringLiteral("file"))) {
-        QFile file(home.filePath(f.section(u' ', 0, 0)));
-        QVERIFY(QDir().mkpath(QFileInfo(file).path()));
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(timed(f.section(u' ', 1), start)) >= 0
-            && file.setPermissions(QFile::ReadOwner | QFile::WriteOwner));
+        QVERIFY(writeFile(home.filePath(f.section(u' ', 0, 0)), timed(f.section(u' ', 1), start)));
         expected[f.section(u' ', 0, 0)] = before[f.section(u' ', 0, 0)] = f.section(u' ', 1);
     }
     QMap<QString, QList<PeerAnswer>> scripts;
     for (const QString& s : all(QStringLiteral("serve"))) {
         const QStringList w = s.split(u' ');
-        PeerAnswer& answer = scripts[s.section(u' ', 0, 2)].emplace_back(w[3] == u"drop"
-                ? PeerAnswer::drop()
-                : PeerAnswer::json(w[3].toInt(), timed(s.section(u' ', 4), start)));
-        answer.delay = std::chrono::milliseconds(first(QStringLiteral("delay")).value(0).toInt());
+        PeerAnswer& a = scripts[s.section(u' ', 0, 2)].emplace_back(
+            answer(w[3] == u"drop" ? kDrop : w[3].toInt(), timed(s.section(u' ', 4), start)));
+        a.delay = std::chrono::milliseconds(first(QStringLiteral("delay")).value(0).toInt());
         peer.onSequence(s.section(u' ', 0, 1).toUtf8(), w[2].toUtf8(), scripts[s.section(u' ', 0, 2)]);
     }
 
@@ -280,7 +271,7 @@ void TestJourneys::journey()
     if (!maps.isEmpty()) {
         QByteArray loaded;
         for (const QString& name : QDir(home.path()).entryList({ QStringLiteral("ld.*") })) {
-            loaded += read(home.filePath(name));
+            loaded += readFile(home.filePath(name));
             QVERIFY(QFile::remove(home.filePath(name)));
         }
         for (const QString& library : maps + first(QStringLiteral("unmapped")))
@@ -308,7 +299,7 @@ void TestJourneys::journey()
     QCOMPARE(found.join(u' '), entries.join(u' '));
     for (auto it = expected.cbegin(); it != expected.cend(); ++it) {
         const QString path = home.filePath(it.key());
-        const QByteArray bytes = read(path);
+        const QByteArray bytes = readFile(path);
         QImage image;
         if (it.value().startsWith(QStringLiteral("png"))) {
             QVERIFY(bytes.startsWith("\x89PNG\r\n\x1a\n") && image.loadFromData(bytes, "PNG"));
@@ -328,19 +319,17 @@ void TestJourneys::journey()
 }
 
 namespace {
-// The next line of a running `limitra --watch`, parsed; an empty object when none comes in time.
-QJsonObject nextLine(QProcess& process, int ms = 10000)
+// The next line of a running `limitra --watch` as "text|class|percentage|tooltip"; fields empty when
+// no line comes in time.
+QString nextLine(QProcess& process, int ms)
 {
     QDeadlineTimer deadline(ms);
     while (!process.canReadLine() && !deadline.hasExpired())
         process.waitForReadyRead(int(std::max<qint64>(deadline.remainingTime(), 1)));
-    return process.canReadLine() ? QJsonDocument::fromJson(process.readLine()).object() : QJsonObject();
-}
-
-QString summary(const QJsonObject& line)
-{
-    return line[u"text"].toString() + u'|' + line[u"class"].toString() + u'|'
-        + QString::number(line[u"percentage"].toInt(-1)) + u'|' + line[u"tooltip"].toString();
+    const QJsonObject line = QJsonDocument::fromJson(process.canReadLine() ? process.readLine() : "").object();
+    return QStringList { line[u"text"].toString(), line[u"class"].toString(),
+        QString::number(line[u"percentage"].toInt(-1)), line[u"tooltip"].toString() }
+        .join(u'|');
 }
 } // namespace
 
@@ -350,51 +339,52 @@ void TestJourneys::watchFollowsSignalsSettingsAndTheTray()
 {
     QTemporaryDir home;
     const double start = QDateTime::currentMSecsSinceEpoch() / 1000.0;
-    const auto write = [&](const QString& path, const QByteArray& text) {
-        QFile file(home.filePath(path));
-        return QDir().mkpath(QFileInfo(file).path()) && file.open(QIODevice::WriteOnly)
-            && file.write(text) >= 0;
-    };
-    QVERIFY(write(u".claude/.credentials.json"_qs,
-        timed(
-            u"{\"claudeAiOauth\":{\"accessToken\":\"SECRET-c\",\"refreshToken\":\"r\",\"expiresAt\":{ms:28800}}}"_qs,
+    QVERIFY(writeFile(home.filePath(u".claude/.credentials.json"_s),
+        timed(u"{\"claudeAiOauth\":{\"accessToken\":\"SECRET-c\",\"refreshToken\":\"r\",\"expiresAt\":{ms:28800}}}"_s,
             start)));
-    QVERIFY(write(u".codex/auth.json"_qs, R"({"tokens":{"access_token":"SECRET-x","account_id":"a"}})"));
-    limitra::test::FakePeer peer(
-        qEnvironmentVariable("LIMITRA_PEER_CERT"), qEnvironmentVariable("LIMITRA_PEER_KEY"), 443);
+    QVERIFY(writeFile(home.filePath(u".codex/auth.json"_s), R"({"tokens":{"access_token":"SECRET-x","account_id":"a"}})"));
+    FakePeer peer(qEnvironmentVariable("LIMITRA_PEER_CERT"), qEnvironmentVariable("LIMITRA_PEER_KEY"), 443);
     QVERIFY2(peer.isListening(), "no TLS peer on 127.0.0.1:443: run the test through sandbox.sh");
     const auto claudeAt = [&](int percent) {
         peer.on("GET", "/api/oauth/usage",
-            PeerAnswer::json(200,
-                timed(u"{\"limits\":[{\"kind\":\"session\",\"percent\":%1,\"resets_at\":\"{iso:3659}\"}]}"_qs
-                          .arg(percent),
+            answer(200,
+                timed(u"{\"limits\":[{\"kind\":\"session\",\"percent\":%1,\"resets_at\":\"{iso:3659}\"}]}"_s.arg(percent),
                     start)));
     };
     claudeAt(80);
     peer.on("GET", "/backend-api/wham/usage",
-        PeerAnswer::json(200,
+        answer(200,
             R"({"rate_limit":{"primary_window":{"used_percent":7,"limit_window_seconds":18000,"reset_after_seconds":11430}}})"));
     const auto fetched = [&] {
-        return peer.requests("GET", "/api/oauth/usage").size()
-            + peer.requests("GET", "/backend-api/wham/usage").size();
+        return peer.requests("GET", "/api/oauth/usage").size() + peer.requests("GET", "/backend-api/wham/usage").size();
+    };
+    const auto claude
+        = [](const QString& percent) { return u"Claude Code · Sesión de 5 h · %1 · Se reinicia en 1h 0m"_s.arg(percent); };
+    // A line with both services, after so many requests to the peers.
+    const auto both = [&](int requests, int left, const char* band) {
+        return u"%1|C %2% · X 93%|%3|%2|"_s.arg(requests).arg(left).arg(band) + claude(u"%1 % restante"_s.arg(left))
+            + u"\nCodex · Sesión de 5 h · 93 % restante · Se reinicia en 3h 10m"_s;
     };
 
     QProcessEnvironment environment;
-    environment.insert(u"HOME"_qs, home.path());
-    environment.insert(u"LANG"_qs, u"C.UTF-8"_qs);
-    environment.insert(u"PATH"_qs, u"/usr/bin:/bin"_qs);
+    for (const QString& e : { u"HOME="_s + home.path(), u"LANG=C.UTF-8"_s, u"PATH=/usr/bin:/bin"_s })
+        environment.insert(e.section(u'=', 0, 0), e.section(u'=', 1));
     QProcess watch;
-    watch.setProcessEnvironment(environment);
     const auto startWatch = [&] {
-        watch.start(qEnvironmentVariable("LIMITRA_BINARY"), { u"--watch"_qs });
+        watch.setProcessEnvironment(environment);
+        watch.start(qEnvironmentVariable("LIMITRA_BINARY"), { u"--watch"_s });
         return watch.waitForStarted();
     };
+    // The next line after the signal (0: none), behind the requests the peers have seen by then.
+    const auto next = [&](int signal = 0, int ms = 10000) {
+        if (signal)
+            ::kill(pid_t(watch.processId()), signal);
+        const QString line = nextLine(watch, ms);
+        return QString::number(fetched()) + u'|' + line;
+    };
     QVERIFY(startWatch());
-    const QString claude20 = u"Claude Code · Sesión de 5 h · 20 % restante · Se reinicia en 1h 0m"_qs;
-    const QString codex93 = u"Codex · Sesión de 5 h · 93 % restante · Se reinicia en 3h 10m"_qs;
-    QCOMPARE(summary(nextLine(watch)), u"C 20% · X 93%|warning|20|"_qs + claude20 + u'\n' + codex93);
-    QCOMPARE(fetched(), 2);
-    QFile maps(u"/proc/%1/maps"_qs.arg(watch.processId()));
+    QCOMPARE(next(), both(2, 20, "warning"));
+    QFile maps(u"/proc/%1/maps"_s.arg(watch.processId()));
     QVERIFY(maps.open(QIODevice::ReadOnly));
     const QByteArray mapped = maps.readAll();
     // Fetches run in a child, so nothing of the network stays mapped between refreshes.
@@ -402,21 +392,12 @@ void TestJourneys::watchFollowsSignalsSettingsAndTheTray()
         && !mapped.contains("limitra-gui") && !mapped.contains("libcurl") && !mapped.contains("libsecret"));
 
     claudeAt(95);
-    ::kill(pid_t(watch.processId()), SIGUSR1);
-    QCOMPARE(summary(nextLine(watch)),
-        u"C 5% · X 93%|critical|5|Claude Code · Sesión de 5 h · 5 % restante · Se reinicia en 1h 0m\n"_qs
-            + codex93);
-    QCOMPARE(fetched(), 4);
-
-    QVERIFY(write(u".config/limitra/limitra.conf"_qs,
+    QCOMPARE(next(SIGUSR1), both(4, 5, "critical"));
+    QVERIFY(writeFile(home.filePath(u".config/limitra/limitra.conf"_s),
         "[General]\nshowCodex=false\nmenuBarStyle=iconOnly\npercentMode=used\n"));
-    QCOMPARE(summary(nextLine(watch, 35000)),
-        u"95%|critical|5|Claude Code · Sesión de 5 h · 95 % usado · Se reinicia en 1h 0m"_qs);
-    QCOMPARE(fetched(), 4);
-    ::kill(pid_t(watch.processId()), SIGUSR1); // a hidden service is not fetched
-    QCOMPARE(summary(nextLine(watch)),
-        u"95%|critical|5|Claude Code · Sesión de 5 h · 95 % usado · Se reinicia en 1h 0m"_qs);
-    QCOMPARE(fetched(), 5);
+    const QString used95 = u"95%|critical|5|"_s + claude(u"95 % usado"_s);
+    QCOMPARE(next(0, 35000), u"4|"_s + used95);
+    QCOMPARE(next(SIGUSR1), u"5|"_s + used95); // a hidden service is not fetched
     QElapsedTimer ending;
     ending.start();
     watch.terminate();
@@ -425,36 +406,27 @@ void TestJourneys::watchFollowsSignalsSettingsAndTheTray()
     QCOMPARE(watch.readAllStandardError(), QByteArray());
 
     // A tray application on a bus of this test's own.
-    QVERIFY(QFile::remove(home.filePath(u".config/limitra/limitra.conf"_qs)));
-    QProcess bus;
-    bus.start(u"dbus-daemon"_qs, { u"--session"_qs, u"--nofork"_qs, u"--print-address"_qs });
+    QVERIFY(QFile::remove(home.filePath(u".config/limitra/limitra.conf"_s)));
+    QProcess bus, tray;
+    bus.start(u"dbus-daemon"_s, { u"--session"_s, u"--nofork"_s, u"--print-address"_s });
     QVERIFY(bus.waitForReadyRead(5000));
-    environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_qs, QString::fromUtf8(bus.readLine().trimmed()));
-    QProcess tray;
+    environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, QString::fromUtf8(bus.readLine().trimmed()));
     QProcessEnvironment trayEnvironment = environment;
-    trayEnvironment.insert(u"QT_QPA_PLATFORM"_qs, u"offscreen"_qs);
+    trayEnvironment.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
     tray.setProcessEnvironment(trayEnvironment);
     tray.start(qEnvironmentVariable("LIMITRA_BINARY"), QStringList());
     QTRY_COMPARE_WITH_TIMEOUT(fetched(), 7, 10000);
-    watch.setProcessEnvironment(environment);
     QVERIFY(startWatch());
-    const QString claude5 = u"Claude Code · Sesión de 5 h · 5 % restante · Se reinicia en 1h 0m"_qs;
-    QJsonObject line = nextLine(watch);
-    if (line[u"text"].toString() != u"C 5% · X 93%"_qs) // the tray was still publishing its first refresh
-        line = nextLine(watch);
-    QCOMPARE(summary(line), u"C 5% · X 93%|critical|5|"_qs + claude5 + u'\n' + codex93);
-    QCOMPARE(fetched(), 7);
+    QString line = next();
+    if (line != both(7, 5, "critical")) // the tray was still publishing its first refresh
+        line = next();
+    QCOMPARE(line, both(7, 5, "critical"));
     claudeAt(80);
-    ::kill(pid_t(watch.processId()), SIGUSR1); // the tray refreshes, the watch shows its records
-    QCOMPARE(summary(nextLine(watch)), u"C 20% · X 93%|warning|20|"_qs + claude20 + u'\n' + codex93);
-    QCOMPARE(fetched(), 9);
-
+    QCOMPARE(next(SIGUSR1), both(9, 20, "warning")); // the tray refreshes, the watch shows its records
     tray.terminate();
     QVERIFY(tray.waitForFinished(5000));
     claudeAt(95);
-    ::kill(pid_t(watch.processId()), SIGUSR1); // no tray now: the watch fetches itself
-    QCOMPARE(summary(nextLine(watch)), u"C 5% · X 93%|critical|5|"_qs + claude5 + u'\n' + codex93);
-    QCOMPARE(fetched(), 11);
+    QCOMPARE(next(SIGUSR1), both(11, 5, "critical")); // no tray now: the watch fetches itself
     watch.terminate();
     QVERIFY(watch.waitForFinished(1000));
     bus.kill();

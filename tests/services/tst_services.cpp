@@ -42,10 +42,14 @@ void script(FakePeer& peer, const QByteArray& method, const QByteArray& path, co
     peer.onSequence(method, path, answers);
 }
 
-// Rows on one line: "id, title, used, resets, detail; ...".
+// Rows on one line: "id, title, used, resets, detail; ...", every number in full precision.
 QString rowsText(const QList<LimitRow>& rows)
 {
-    return describe(rows).replace(QStringLiteral(" | "), QStringLiteral(", ")).replace(u'\n', QStringLiteral("; "));
+    QStringList lines;
+    for (const LimitRow& r : rows)
+        lines << QStringList { r.id, r.title, QString::number(r.usedPercent, 'g', 17),
+            r.resetsAt ? QString::number(*r.resetsAt, 'g', 17) : u"-"_s, r.detail.value_or(u"-"_s) }.join(u", ");
+    return lines.join(u"; ");
 }
 
 constexpr double kNow = 1732000000.0, kCodexNow = 1740832496.789; // Codex runs on 2025-03-01T12:34:56.789Z

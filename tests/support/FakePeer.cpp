@@ -4,12 +4,25 @@
 
 #include <QMap>
 
+#include <algorithm>
 #include <condition_variable>
 #include <csignal>
 #include <mutex>
 #include <thread>
 
 namespace limitra::test {
+
+PeerAnswer answer(int status, const QByteArray& body)
+{
+    using enum PeerAnswer::Kind;
+    return { status, body, { { "Content-Type", "application/json" } }, {},
+        status == kDrop ? Drop : status == kHang ? Hang : Respond };
+}
+
+bool RecordedRequest::hasHeader(const QByteArray& lowerName) const
+{
+    return std::any_of(headers.begin(), headers.end(), [&](const auto& h) { return h.first == lowerName; });
+}
 
 QByteArray RecordedRequest::header(const QByteArray& lowerName) const
 {
@@ -53,8 +66,7 @@ struct FakePeer::Impl
         if (const qsizetype colon = rec.host.lastIndexOf(':'); colon > 0)
             rec.host.truncate(colon);
 
-        PeerAnswer answer;
-        answer.status = 404;
+        PeerAnswer answer { 404 };
         qsizetype index = 0;
         {
             std::lock_guard lock(mutex);
@@ -96,11 +108,9 @@ FakePeer::FakePeer(const QString& certificateFile, const QString& keyFile, int p
 {
     // Writing to a connection the client already closed must not end the test.
     std::signal(SIGPIPE, SIG_IGN);
-    if (certificateFile.isEmpty())
-        d->server = std::make_unique<httplib::Server>();
-    else
-        d->server = std::make_unique<httplib::SSLServer>(
-            certificateFile.toLocal8Bit().constData(), keyFile.toLocal8Bit().constData());
+    d->server = certificateFile.isEmpty() ? std::make_unique<httplib::Server>()
+                                          : std::make_unique<httplib::SSLServer>(
+                                              qPrintable(certificateFile), qPrintable(keyFile));
     if (!d->server->is_valid())
         return;
     const auto handler = [this](const httplib::Request& req, httplib::Response& res) { d->handle(req, res); };
@@ -163,10 +173,8 @@ QList<RecordedRequest> FakePeer::requests() const
 
 QList<RecordedRequest> FakePeer::requests(const QByteArray& method, const QByteArray& path) const
 {
-    QList<RecordedRequest> matching;
-    for (const auto& r : requests())
-        if (r.method == method && r.path == path)
-            matching.append(r);
+    QList<RecordedRequest> matching = requests();
+    matching.removeIf([&](const RecordedRequest& r) { return r.method != method || r.path != path; });
     return matching;
 }
 

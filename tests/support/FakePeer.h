@@ -3,61 +3,42 @@
 #include <QByteArray>
 #include <QList>
 #include <QPair>
-#include <QString>
 #include <QUrl>
 
-#include <algorithm>
 #include <chrono>
 #include <memory>
 
 namespace limitra::test {
 
-// One scripted answer of the fake peer.
+using Headers = QList<QPair<QByteArray, QByteArray>>;
+
+// One scripted answer of the fake peer: status, headers and body after `delay`; or Drop (read the
+// request, send the headers, cut the connection before the body) or Hang (never answer until the peer stops).
 struct PeerAnswer
 {
-    enum class Kind {
-        Respond, // send status, headers and body after `delay`
-        Drop, // read the request, then cut the connection without an answer
-        Hang, // read the request and never answer (until the peer stops)
-    };
-
     int status = 200;
     QByteArray body {};
-    QList<QPair<QByteArray, QByteArray>> headers {};
+    Headers headers {};
     std::chrono::milliseconds delay { 0 };
-    Kind kind = Kind::Respond;
-
-    static PeerAnswer json(int status, const QByteArray& body)
-    {
-        return { .status = status, .body = body, .headers = { { "Content-Type", "application/json" } } };
-    }
-    static PeerAnswer drop() { return { .kind = Kind::Drop }; }
-    static PeerAnswer hang() { return { .kind = Kind::Hang }; }
+    enum class Kind { Respond, Drop, Hang } kind = Kind::Respond;
 };
+// A JSON answer; the statuses kDrop and kHang script a transport failure instead.
+inline constexpr int kDrop = -1, kHang = -2;
+PeerAnswer answer(int status, const QByteArray& body = {});
 
 struct RecordedRequest
 {
-    QByteArray method;
-    QByteArray host; // the Host header without its port
-    QByteArray path; // without the query
-    QByteArray query;
-    QList<QPair<QByteArray, QByteArray>> headers; // names in lower case, sorted by name
-    QByteArray body;
-    std::chrono::steady_clock::time_point arrivedAt;
-    std::chrono::steady_clock::time_point answeredAt; // when the answer left (Respond only)
+    QByteArray method, host, path, body; // the host without its port, the path without the query
+    Headers headers; // names in lower case, sorted by name
+    std::chrono::steady_clock::time_point arrivedAt, answeredAt; // answered: when the answer left
 
-    bool hasHeader(const QByteArray& lowerName) const
-    {
-        return std::any_of(
-            headers.begin(), headers.end(), [&](const auto& h) { return h.first == lowerName; });
-    }
+    bool hasHeader(const QByteArray& lowerName) const;
     QByteArray header(const QByteArray& lowerName) const;
 };
 
-// A real HTTP server on 127.0.0.1, HTTPS given a certificate and key, on a free
-// port unless given one, answering from a script per method and path (404 when
-// unscripted) and recording every request. Stopping it (the destructor)
-// releases held and hanging requests at once.
+// A real HTTP server on 127.0.0.1, HTTPS given a certificate and key, on a free port unless given
+// one, answering from a script per method and path (404 when unscripted) and recording every
+// request. Stopping it (the destructor) releases held and hanging requests at once.
 class FakePeer
 {
 public:

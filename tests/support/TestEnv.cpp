@@ -11,13 +11,6 @@
 
 namespace limitra::test {
 
-PeerAnswer answer(int status, const QByteArray& body)
-{
-    return status == kDrop ? PeerAnswer::drop()
-        : status == kHang  ? PeerAnswer::hang()
-                           : PeerAnswer::json(status, body);
-}
-
 bool writeFile(const QString& path, const QByteArray& bytes, QFile::Permissions mode)
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
@@ -34,9 +27,7 @@ QByteArray readFile(const QString& path)
 
 int modeOf(const QString& path)
 {
-    struct stat st
-    {
-    };
+    struct stat st { };
     return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? int(st.st_mode & 07777) : -1;
 }
 
@@ -62,18 +53,6 @@ ServiceUsage usage(const QList<LimitRow>& rows, std::optional<double> updatedAt,
     std::optional<QString> plan)
 {
     return ServiceUsage { std::move(plan), rows, std::move(error), updatedAt };
-}
-
-QString describe(const QList<LimitRow>& rows)
-{
-    QStringList lines;
-    for (const LimitRow& r : rows) {
-        lines << QStringLiteral("%1 | %2 | %3 | %4 | %5")
-                     .arg(r.id, r.title, QString::number(r.usedPercent, 'g', 17),
-                         r.resetsAt ? QString::number(*r.resetsAt, 'g', 17) : QStringLiteral("-"),
-                         r.detail.value_or(QStringLiteral("-")));
-    }
-    return lines.join(u'\n');
 }
 
 void rerunInPrivateMountNamespace(int argc, char** argv)

@@ -14,11 +14,6 @@
 
 namespace limitra::test {
 
-// Statuses below zero script a transport failure instead of an answer.
-inline constexpr int kDrop = -1;
-inline constexpr int kHang = -2;
-PeerAnswer answer(int status, const QByteArray& body = {});
-
 inline constexpr QFile::Permissions kOwnerOnly = QFile::ReadOwner | QFile::WriteOwner;
 // Writes a whole file, creating its folders, and sets its permissions.
 bool writeFile(const QString& path, const QByteArray& bytes, QFile::Permissions mode = kOwnerOnly);
@@ -51,8 +46,6 @@ LimitRow row(const QString& title, double used, std::optional<double> resetsAt =
     std::optional<QString> detail = {}, const QString& id = {});
 ServiceUsage usage(const QList<LimitRow>& rows, std::optional<double> updatedAt = {},
     std::optional<QString> error = {}, std::optional<QString> plan = {});
-// Rows as text, one per line, every number in full precision, so a mismatch shows the field.
-QString describe(const QList<LimitRow>& rows);
 
 // As root, runs this test again in a private mount namespace, where its file
 // system cases may mount (a full tmpfs, a read-only folder); otherwise returns.
