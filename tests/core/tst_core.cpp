@@ -1,5 +1,4 @@
 // Texts, settings, files, login entry, HTTP, store and update check, on real parts.
-#include "model/AppSettings.h"
 #include "model/FormatUtil.h"
 #include "model/PercentMode.h"
 #include "model/PlanBadge.h"
@@ -351,23 +350,6 @@ private Q_SLOTS:
         g_object_unref(info);
         QCOMPARE(startedAs(marker, [&] { return QProcess::startDetached("/bin/sh", { "-c", exec }); }), program);
         QCOMPARE(LoginItem::execValue("/opt/100%f/limitra"), "/opt/100%%f/limitra"); // not a field code
-    }
-
-    // Switching off removes limitra.desktop only, even as a dangling link, never
-    // what it points to; switching on writes it again.
-    void launchAtLoginSwitchesTheEntry()
-    {
-        QTemporaryDir dir;
-        const QString autostart = dir.filePath("autostart"), entry = LoginItem::entryPath(autostart);
-        const QString other = autostart + "/app.limitra.Limitra.desktop", target = dir.filePath("gone");
-        QVERIFY(writeFile(other, "[Desktop Entry]\nExec=limitra\n") && QFile::link(target, entry));
-        QVERIFY(AppSettings::setLaunchAtLogin(false, autostart));
-        QVERIFY(!QFileInfo(entry).isSymLink() && QFile::exists(other));
-        QVERIFY(AppSettings::setLaunchAtLogin(false, autostart));
-        QVERIFY(AppSettings::setLaunchAtLogin(true, autostart));
-        QVERIFY(LoginItem::isEnabled(autostart) && !QFile::exists(target));
-        QVERIFY(AppSettings::setLaunchAtLogin(false, autostart));
-        QCOMPARE(entries(autostart), QStringList("app.limitra.Limitra.desktop"));
     }
 
     void texts_data() { addRows(QString::fromUtf8(kTexts).split('\n')); }

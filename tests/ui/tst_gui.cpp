@@ -1,5 +1,6 @@
 // The whole application's GUI with its real QML, offscreen, on a private bus and keyring.
 #include "app/LimitraApp.h"
+#include "model/AppSettings.h"
 #include "platform/LibsecretStore.h"
 #include "platform/LoginItem.h"
 #include "support/TestEnv.h"
@@ -435,18 +436,25 @@ private Q_SLOTS:
         QCOMPARE(written.value("notifyLow"), QVariant(false)); // on until switched off
     }
 
-    // On and off in a real folder; a refused change leaves the switch off with the error line.
+    // On and off in a real folder beside another program's entry; an entry that is a link is
+    // written through, and switching off removes the link only, dangling or not, never what it
+    // points to. A refused change leaves the switch off with the error line.
     void loginSwitchFollowsTheEntry()
     {
         App& t = app();
-        const QString folder = t.env.path(".config/autostart"),
-                      entry = platform::LoginItem::entryPath(folder);
+        const QString folder = t.env.path(".config/autostart"), entry = platform::LoginItem::entryPath(folder);
+        const QString target = t.env.path("entry");
+        QVERIFY(writeFile(folder + "/app.limitra.Limitra.desktop", "[Desktop Entry]\nExec=limitra\n"));
+        QVERIFY(QFile::link(target, entry) && AppSettings::setLaunchAtLogin(false, folder));
+        QVERIFY(!QFileInfo(entry).isSymLink() && AppSettings::setLaunchAtLogin(false, folder));
+        QVERIFY(QFile::link(target, entry));
         QQuickItem* form = t.open(t.app->settingsWindow());
         const auto on = [&] { return find(form, "launchAtLogin")->property("checked").toBool(); };
         click(find(form, "launchAtLogin"));
-        QVERIFY(on() && readFile(entry).contains("\nExec="));
+        QVERIFY(on() && readFile(target).contains("\nExec="));
         click(find(form, "launchAtLogin"));
-        QVERIFY(!on() && !QFileInfo::exists(entry) && !find(form, "loginError")->isVisible());
+        QVERIFY(!on() && !find(form, "loginError")->isVisible() && QFile::exists(target));
+        QCOMPARE(QDir(folder).entryList(QDir::Files | QDir::System | QDir::Hidden), QStringList("app.limitra.Limitra.desktop"));
         QVERIFY(QDir(folder).removeRecursively() && writeFile(folder, "not a folder"));
         click(find(form, "launchAtLogin"));
         QVERIFY(!on() && find(form, "loginError")->isVisible());
