@@ -59,7 +59,7 @@ bool matches(const QString& pattern, const QString& text, double from, double to
     for (auto it = kMoment.globalMatch(pattern); it.hasNext(); done = slots.last().capturedEnd()) {
         slots.append(it.next());
         regex += QRegularExpression::escape(pattern.mid(done, slots.last().capturedStart() - done))
-            + QStringLiteral("(.+?)");
+            + u"(.+?)"_s;
     }
     const auto found = QRegularExpression(
         QRegularExpression::anchoredPattern(regex + QRegularExpression::escape(pattern.mid(done))))
@@ -95,7 +95,7 @@ QString bands(const QImage& image)
             found += qBlue(colour) - qRed(colour) > 80 ? u'B' : u'C';
         length = inside ? 1 : 0;
     }
-    return found.isEmpty() ? QStringLiteral("none") : found;
+    return found.isEmpty() ? u"none"_s : found;
 }
 
 // --json's document as --check would print it, so that both modes share the expected lines. Each
@@ -111,28 +111,26 @@ QStringList asReport(const QByteArray& json, double from, double to)
     for (const QJsonValue& value : QJsonDocument::fromJson(json).object().value(u"services").toArray()) {
         const QJsonObject service = value.toObject();
         const QJsonValue plan = service[u"plan"], error = service[u"error"], updated = service[u"updatedAt"];
-        lines << QStringLiteral("== ") + service[u"name"].toString() + QStringLiteral(" [")
-                + (plan.isNull() ? QStringLiteral("sin plan") : plan.toString()) + QStringLiteral("] ==");
+        lines << u"== "_s + service[u"name"].toString() + u" ["_s
+                + (plan.isNull() ? u"sin plan"_s : plan.toString()) + u"] =="_s;
         if (!error.isNull())
-            lines << QStringLiteral("  ERROR: ") + error.toString();
+            lines << u"  ERROR: "_s + error.toString();
         if (updated.isNull() == error.isNull() || (!updated.isNull() && !within(updated, 0)))
-            return { QStringLiteral("bad updatedAt: ") + QString::fromUtf8(json) };
+            return { u"bad updatedAt: "_s + QString::fromUtf8(json) };
         for (const QJsonValue& r : service[u"rows"].toArray()) {
             const QJsonObject row = r.toObject();
             char numbers[64]; // printf's rounding, as the report's
-            std::snprintf(numbers, sizeof numbers, "%.0f%% usado (%.0f%% restante)", row[u"usedPercent"].toDouble(),
-                row[u"leftPercent"].toDouble());
-            QString line = QStringLiteral("  ") + row[u"title"].toString() + QStringLiteral(" — ")
-                + QString::fromLatin1(numbers);
+            std::snprintf(numbers, sizeof numbers, "%.0f%% usado (%.0f%% restante)",
+                row[u"usedPercent"].toDouble(), row[u"leftPercent"].toDouble());
+            QString line = u"  "_s + row[u"title"].toString() + u" — "_s + QString::fromLatin1(numbers);
             if (!row[u"resetsAt"].isNull()) {
                 const qint64 seconds = row[u"resetsInSeconds"].toInteger(-1);
                 if (seconds < 0 || (!within(row[u"resetsAt"], double(seconds)) && seconds > 0))
-                    return { QStringLiteral("bad reset: ") + QString::fromUtf8(json) };
-                line += QStringLiteral(" · se reinicia en ")
-                    + limitra::FormatUtil::countdown(double(seconds), 0);
+                    return { u"bad reset: "_s + QString::fromUtf8(json) };
+                line += u" · se reinicia en "_s + limitra::FormatUtil::countdown(double(seconds), 0);
             }
             if (!row[u"detail"].isNull())
-                line += QStringLiteral(" · ") + row[u"detail"].toString();
+                line += u" · "_s + row[u"detail"].toString();
             lines << line;
         }
     }
@@ -159,8 +157,8 @@ void TestJourneys::journey_data()
     QStringList lines = QString::fromUtf8(table.readAll()).split(u'\n');
     QMap<QString, QStringList> blocks;
     for (qsizetype i = 0; i < lines.size(); ++i) {
-        if (lines[i].startsWith(QStringLiteral("def "))) {
-            const qsizetype end = lines.indexOf(QStringLiteral("end"), i);
+        if (lines[i].startsWith(u"def "_s)) {
+            const qsizetype end = lines.indexOf(u"end"_s, i);
             blocks[lines[i].mid(4)] = lines.mid(i + 1, end - i - 1);
             lines.remove(i, end - i + 1);
             --i;
@@ -170,8 +168,8 @@ void TestJourneys::journey_data()
             --i;
         }
     }
-    for (qsizetype i = lines.indexOf(QRegularExpression(QStringLiteral("journey .*"))); i >= 0;) {
-        const qsizetype next = lines.indexOf(QRegularExpression(QStringLiteral("journey .*")), i + 1);
+    for (qsizetype i = lines.indexOf(QRegularExpression(u"journey .*"_s)); i >= 0;) {
+        const qsizetype next = lines.indexOf(QRegularExpression(u"journey .*"_s), i + 1);
         QTest::newRow(qPrintable(lines[i].mid(8))) << lines.mid(i + 1, next < 0 ? -1 : next - i - 1);
         i = next;
     }
@@ -187,42 +185,38 @@ void TestJourneys::journey()
         QStringList texts;
         for (const QString& line : std::as_const(lines))
             if (line.section(u' ', 0, 0) == word)
-                texts.append(line.section(u' ', 1)
-                                 .replace(QStringLiteral("{home}"), home.path())
-                                 .replace(QStringLiteral("\\n"), QStringLiteral("\n")));
+                texts.append(
+                    line.section(u' ', 1).replace(u"{home}"_s, home.path()).replace(u"\\n"_s, u"\n"_s));
         return texts;
     };
     const auto first
         = [&](const QString& word) { return all(word).value(0).split(u' ', Qt::SkipEmptyParts); };
-    const QString key
-        = QString::fromLatin1(all(QStringLiteral("rogue")).isEmpty() ? "LIMITRA_PEER_" : "LIMITRA_ROGUE_");
-    FakePeer peer(qEnvironmentVariable(qPrintable(key + QStringLiteral("CERT"))),
-        qEnvironmentVariable(qPrintable(key + QStringLiteral("KEY"))), 443);
+    const QString key = QString::fromLatin1(all(u"rogue"_s).isEmpty() ? "LIMITRA_PEER_" : "LIMITRA_ROGUE_");
+    FakePeer peer(qEnvironmentVariable(qPrintable(key + u"CERT"_s)),
+        qEnvironmentVariable(qPrintable(key + u"KEY"_s)), 443);
     QVERIFY2(peer.isListening(), "no TLS peer on 127.0.0.1:443: run the test through sandbox.sh");
 
     const double start = QDateTime::currentMSecsSinceEpoch() / 1000.0;
     QMap<QString, QString> expected, before; // file -> its content now: as before unless given after
-    for (const QString& f : all(QStringLiteral("file"))) {
+    for (const QString& f : all(u"file"_s)) {
         QVERIFY(writeFile(home.filePath(f.section(u' ', 0, 0)), timed(f.section(u' ', 1), start)));
         expected[f.section(u' ', 0, 0)] = before[f.section(u' ', 0, 0)] = f.section(u' ', 1);
     }
     QMap<QString, QList<PeerAnswer>> scripts;
-    for (const QString& s : all(QStringLiteral("serve"))) {
+    for (const QString& s : all(u"serve"_s)) {
         const QStringList w = s.split(u' ');
         PeerAnswer& a = scripts[s.section(u' ', 0, 2)].emplace_back(
             answer(w[3] == u"drop" ? kDrop : w[3].toInt(), timed(s.section(u' ', 4), start)));
-        a.delay = std::chrono::milliseconds(first(QStringLiteral("delay")).value(0).toInt());
+        a.delay = std::chrono::milliseconds(first(u"delay"_s).value(0).toInt());
         peer.onSequence(s.section(u' ', 0, 1).toUtf8(), w[2].toUtf8(), scripts[s.section(u' ', 0, 2)]);
     }
 
     QProcessEnvironment environment;
-    QStringList variables = all(QStringLiteral("env"))
-        + QStringList { QStringLiteral("HOME=") + home.path(), QStringLiteral("LANG=C.UTF-8"),
-              QStringLiteral("PATH=/usr/local/bin:/usr/bin:/bin") };
-    const QStringList maps = first(QStringLiteral("maps"));
+    QStringList variables = all(u"env"_s)
+        + QStringList { u"HOME="_s + home.path(), u"LANG=C.UTF-8"_s, u"PATH=/usr/local/bin:/usr/bin:/bin"_s };
+    const QStringList maps = first(u"maps"_s);
     if (!maps.isEmpty()) // the dynamic loader lists every object it opens
-        variables << QStringLiteral("LD_DEBUG=files")
-                  << QStringLiteral("LD_DEBUG_OUTPUT=") + home.filePath(QStringLiteral("ld"));
+        variables << u"LD_DEBUG=files"_s << u"LD_DEBUG_OUTPUT="_s + home.filePath(u"ld"_s);
     for (const QString& e : std::as_const(variables))
         environment.insert(e.section(u'=', 0, 0), e.section(u'=', 1));
     for (const char* name : { "ASAN_OPTIONS", "UBSAN_OPTIONS" })
@@ -231,9 +225,8 @@ void TestJourneys::journey()
     QProcess process;
     process.setProcessEnvironment(environment);
     process.setWorkingDirectory(home.path());
-    process.start(qEnvironmentVariable("LIMITRA_BINARY"), first(QStringLiteral("run")));
-    const bool ended
-        = process.waitForFinished(first(QStringLiteral("limit")).value(0, QStringLiteral("30000")).toInt());
+    process.start(qEnvironmentVariable("LIMITRA_BINARY"), first(u"run"_s));
+    const bool ended = process.waitForFinished(first(u"limit"_s).value(0, u"30000"_s).toInt());
     const double end = QDateTime::currentMSecsSinceEpoch() / 1000.0;
     process.kill();
     process.waitForFinished();
@@ -245,24 +238,24 @@ void TestJourneys::journey()
     QVERIFY(out.isEmpty() || out.endsWith('\n'));
     QStringList printed = QString::fromUtf8(out).split(u'\n');
     printed.removeLast();
-    if (first(QStringLiteral("run")).contains(u"--json"))
+    if (first(u"run"_s).contains(u"--json"))
         printed = asReport(out, start, end);
-    QCOMPARE(printed, all(QStringLiteral("out")));
+    QCOMPARE(printed, all(u"out"_s));
 
-    QStringList sent, wanted = all(QStringLiteral("sent"));
+    QStringList sent, wanted = all(u"sent"_s);
     for (const auto& r : peer.requests()) {
         const QByteArray authorization = r.hasHeader("authorization") ? ' ' + r.header("authorization") : "";
         sent.append(QString::fromUtf8(
             r.method + ' ' + r.host + ' ' + r.path + authorization + (r.body.isEmpty() ? "" : ' ' + r.body)));
     }
-    for (const QString& e : wanted.filter(QRegularExpression(QStringLiteral(" \\+$")))) {
+    for (const QString& e : wanted.filter(QRegularExpression(u" \\+$"_s))) {
         QVERIFY2(sent.removeAll(e.chopped(2)) > 0, qPrintable(e)); // "+": asked at least once
         wanted.removeAll(e);
     }
     sent.sort();
     wanted.sort();
     QCOMPARE(sent, wanted);
-    if (!all(QStringLiteral("overlap")).isEmpty()) { // the second request came while the first was held
+    if (!all(u"overlap"_s).isEmpty()) { // the second request came while the first was held
         const auto r = peer.requests();
         QVERIFY(r.size() == 2
             && std::max(r[0].arrivedAt, r[1].arrivedAt) < std::min(r[0].answeredAt, r[1].answeredAt));
@@ -270,16 +263,16 @@ void TestJourneys::journey()
 
     if (!maps.isEmpty()) {
         QByteArray loaded;
-        for (const QString& name : QDir(home.path()).entryList({ QStringLiteral("ld.*") })) {
+        for (const QString& name : QDir(home.path()).entryList({ u"ld.*"_s })) {
             loaded += readFile(home.filePath(name));
             QVERIFY(QFile::remove(home.filePath(name)));
         }
-        for (const QString& library : maps + first(QStringLiteral("unmapped")))
+        for (const QString& library : maps + first(u"unmapped"_s))
             QVERIFY2(loaded.contains(library.toUtf8()) == maps.contains(library), qPrintable(library));
     }
 
     // Nothing but the files before and after is left, not even a folder.
-    for (const QString& f : all(QStringLiteral("after")))
+    for (const QString& f : all(u"after"_s))
         expected[f.section(u' ', 0, 0)] = f.section(u' ', 1);
     QStringList entries;
     for (const QString& path : expected.keys())
@@ -301,7 +294,7 @@ void TestJourneys::journey()
         const QString path = home.filePath(it.key());
         const QByteArray bytes = readFile(path);
         QImage image;
-        if (it.value().startsWith(QStringLiteral("png"))) {
+        if (it.value().startsWith(u"png"_s)) {
             QVERIFY(bytes.startsWith("\x89PNG\r\n\x1a\n") && image.loadFromData(bytes, "PNG"));
             QCOMPARE(image.width(), 720);
             QVERIFY(it.value() == u"png" || bands(image) == it.value().mid(4));
@@ -326,7 +319,8 @@ QString nextLine(QProcess& process, int ms)
     QDeadlineTimer deadline(ms);
     while (!process.canReadLine() && !deadline.hasExpired())
         process.waitForReadyRead(int(std::max<qint64>(deadline.remainingTime(), 1)));
-    const QJsonObject line = QJsonDocument::fromJson(process.canReadLine() ? process.readLine() : "").object();
+    const QJsonObject line
+        = QJsonDocument::fromJson(process.canReadLine() ? process.readLine() : "").object();
     return QStringList { line[u"text"].toString(), line[u"class"].toString(),
         QString::number(line[u"percentage"].toInt(-1)), line[u"tooltip"].toString() }
         .join(u'|');
@@ -340,15 +334,18 @@ void TestJourneys::watchFollowsSignalsSettingsAndTheTray()
     QTemporaryDir home;
     const double start = QDateTime::currentMSecsSinceEpoch() / 1000.0;
     QVERIFY(writeFile(home.filePath(u".claude/.credentials.json"_s),
-        timed(u"{\"claudeAiOauth\":{\"accessToken\":\"SECRET-c\",\"refreshToken\":\"r\",\"expiresAt\":{ms:28800}}}"_s,
+        timed(
+            u"{\"claudeAiOauth\":{\"accessToken\":\"SECRET-c\",\"refreshToken\":\"r\",\"expiresAt\":{ms:28800}}}"_s,
             start)));
-    QVERIFY(writeFile(home.filePath(u".codex/auth.json"_s), R"({"tokens":{"access_token":"SECRET-x","account_id":"a"}})"));
+    QVERIFY(writeFile(
+        home.filePath(u".codex/auth.json"_s), R"({"tokens":{"access_token":"SECRET-x","account_id":"a"}})"));
     FakePeer peer(qEnvironmentVariable("LIMITRA_PEER_CERT"), qEnvironmentVariable("LIMITRA_PEER_KEY"), 443);
     QVERIFY2(peer.isListening(), "no TLS peer on 127.0.0.1:443: run the test through sandbox.sh");
     const auto claudeAt = [&](int percent) {
         peer.on("GET", "/api/oauth/usage",
             answer(200,
-                timed(u"{\"limits\":[{\"kind\":\"session\",\"percent\":%1,\"resets_at\":\"{iso:3659}\"}]}"_s.arg(percent),
+                timed(u"{\"limits\":[{\"kind\":\"session\",\"percent\":%1,\"resets_at\":\"{iso:3659}\"}]}"_s
+                          .arg(percent),
                     start)));
     };
     claudeAt(80);
@@ -356,13 +353,16 @@ void TestJourneys::watchFollowsSignalsSettingsAndTheTray()
         answer(200,
             R"({"rate_limit":{"primary_window":{"used_percent":7,"limit_window_seconds":18000,"reset_after_seconds":11430}}})"));
     const auto fetched = [&] {
-        return peer.requests("GET", "/api/oauth/usage").size() + peer.requests("GET", "/backend-api/wham/usage").size();
+        return peer.requests("GET", "/api/oauth/usage").size()
+            + peer.requests("GET", "/backend-api/wham/usage").size();
     };
-    const auto claude
-        = [](const QString& percent) { return u"Claude Code · Sesión de 5 h · %1 · Se reinicia en 1h 0m"_s.arg(percent); };
+    const auto claude = [](const QString& percent) {
+        return u"Claude Code · Sesión de 5 h · %1 · Se reinicia en 1h 0m"_s.arg(percent);
+    };
     // A line with both services, after so many requests to the peers.
     const auto both = [&](int requests, int left, const char* band) {
-        return u"%1|C %2% · X 93%|%3|%2|"_s.arg(requests).arg(left).arg(band) + claude(u"%1 % restante"_s.arg(left))
+        return u"%1|C %2% · X 93%|%3|%2|"_s.arg(requests).arg(left).arg(band)
+            + claude(u"%1 % restante"_s.arg(left))
             + u"\nCodex · Sesión de 5 h · 93 % restante · Se reinicia en 3h 10m"_s;
     };
 

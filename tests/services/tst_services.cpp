@@ -20,18 +20,6 @@ using namespace limitra::test;
 using namespace Qt::StringLiterals;
 
 namespace {
-// A QTest row per line of `table`: a name, then fields, split at '|'; read with QFETCH(QStringList, f).
-void addTableRows(QStringView table)
-{
-    QTest::addColumn<QStringList>("f");
-    for (const QStringView line : table.split(u'\n', Qt::SkipEmptyParts)) {
-        QStringList f;
-        for (const QStringView field : line.split(u'|'))
-            f << field.trimmed().toString();
-        QTest::newRow(qPrintable(f.takeFirst())) << f;
-    }
-}
-
 // Answers a path with these statuses in turn ("drop", "hang": no answer), each with `body`.
 void script(FakePeer& peer, const QByteArray& method, const QByteArray& path, const QString& statuses,
     const QByteArray& body)
@@ -132,9 +120,9 @@ private Q_SLOTS:
             run({ "secret-tool", "clear", "service", service });
     }
     void cleanup() { t.reset(); }
-    // name | Claude Code's item | own item | file | token statuses | usage statuses | refresh tokens sent
-    //      | access tokens sent | error: HTTP status, "expired" or "none" | plan badge
-    void fetchRefreshesInOrderAndReports_data() { addTableRows(uR"(
+    // Sessions as session() reads them, statuses as script() does; error: an HTTP status, "expired" or "none".
+    void fetchRefreshesInOrderAndReports_data() { table(R"(
+| code | own | file | tokens | usage | refreshed | bearers | error | plan
 fresh stored token       | -              | -             | file 1 max   |       | 200 | | stored | | Max
 token at the edge        | -              | -             | file 0       | 200   | 200 | file | renewed | | Pro
 latest first, its plan   | code -3000 max | own -1000 team | file -2000  | 400 200 | 200 | own file | renewed | | Team
@@ -154,19 +142,19 @@ usage dropped            | -              | -             | file 1       |      
 usage hangs              | -              | -             | file 1       |       | hang | | stored | 0 | Pro)"); }
     void fetchRefreshesInOrderAndReports()
     {
-        QFETCH(QStringList, f);
-        for (int i = 0; i < 3; ++i) {
-            const QByteArray doc = session(f[i]);
-            QVERIFY(doc.isEmpty() || (i == 2 ? t->write(kFile, doc) : store(i ? kOwn : kCode, i ? "oauth" : "x", doc)));
+        for (const char* place : { "code", "own", "file" }) {
+            const QByteArray doc = session(cell(place));
+            const bool own = *place == 'o';
+            QVERIFY(doc.isEmpty() || (*place == 'f' ? t->write(kFile, doc) : store(own ? kOwn : kCode, own ? "oauth" : "x", doc)));
         }
-        script(t->peer, "POST", kTokenPath, f[3], kRenewed);
-        script(t->peer, "GET", kUsagePath, f[4], R"({"five_hour":{"utilization":10},"seven_day":{}})");
+        script(t->peer, "POST", kTokenPath, cell("tokens"), kRenewed);
+        script(t->peer, "GET", kUsagePath, cell("usage"), R"({"five_hour":{"utilization":10},"seven_day":{}})");
         const ServiceUsage usage = ClaudeProvider::fetch(t->env);
-        const QString error = f[7] == u"none" ? u"Sin credenciales de Claude Code. Abre `claude` en la Terminal e inicia sesión (/login)."_s
-            : f[7] == u"expired" ? u"Sesión de Claude Code expirada. Abre `claude` en la Terminal, ejecuta /login y luego pulsa ↻ aquí."_s
-            : f[7].isEmpty() ? QString() : QStringLiteral("No pude consultar el uso de Claude (HTTP %1).").arg(f[7]);
+        const QString error = cell("error") == u"none" ? u"Sin credenciales de Claude Code. Abre `claude` en la Terminal e inicia sesión (/login)."_s
+            : cell("error") == u"expired" ? u"Sesión de Claude Code expirada. Abre `claude` en la Terminal, ejecuta /login y luego pulsa ↻ aquí."_s
+            : cell("error").isEmpty() ? QString() : QStringLiteral("No pude consultar el uso de Claude (HTTP %1).").arg(cell("error"));
         QCOMPARE(usage.errorOrEmpty(), error);
-        QCOMPARE(usage.planBadgeOrEmpty(), f[8]);
+        QCOMPARE(usage.planBadgeOrEmpty(), cell("plan"));
         QCOMPARE(usage.rows.size(), error.isEmpty() ? 2 : 0);
         QCOMPARE(usage.updatedAt, error.isEmpty() ? std::optional(kNow) : std::nullopt);
         QByteArrayList spent, bearers;
@@ -183,13 +171,14 @@ usage hangs              | -              | -             | file 1       |      
             for (const auto& [name, value] : r.headers)
                 QVERIFY2(QByteArrayList({ "host", "accept", "authorization", "anthropic-beta" }).contains(name), name);
         }
-        QCOMPARE(QString::fromUtf8(spent.join(' ')), f[5]);
-        QCOMPARE(QString::fromUtf8(bearers.join(' ')), f[6]);
+        QCOMPARE(QString::fromUtf8(spent.join(' ')), cell("refreshed"));
+        QCOMPARE(QString::fromUtf8(bearers.join(' ')), cell("bearers"));
     }
-    // name | places of the expired session (Claude Code's item "code", or "bare" without an account attribute,
-    // "blank" with an empty one; "own"; "file", "gone": removed just before its write-back) | token answer
-    // | access token, expiry, refresh token then stored | refresh token the next refresh sends | usage error
-    void refreshedSessionIsWrittenWhereOneWas_data() { addTableRows(uR"(
+    // places of the expired session: Claude Code's item "code", or "bare" without an account attribute,
+    // "blank" with an empty one; "own"; "file", "gone": removed just before its write-back. stored: the
+    // access token, expiry and refresh token then stored; next: the refresh token the next refresh sends.
+    void refreshedSessionIsWrittenWhereOneWas_data() { table(R"(
+| places | answer | stored | next | error
 code             | code          | - | "renewed" 1732003600000 "new" | new |
 file             | file          | - | "renewed" 1732003600000 "new" | new |
 own file         | own file      | - | "renewed" 1732003600000 "new" | new |
@@ -202,8 +191,7 @@ access token, line break | code own file | {"access_token":"re\r\nX-Evil:1","exp
 no refresh_token, no expires_in | code own file | {"access_token":"renewed"} | "renewed" 5 "rt" | rt |)"); }
     void refreshedSessionIsWrittenWhereOneWas()
     {
-        QFETCH(QStringList, f);
-        const auto has = [&f](const char* place) { return f[0].split(u' ').contains(QLatin1String(place)); };
+        const auto has = [](const char* place) { return cell("places").split(u' ').contains(QLatin1String(place)); };
         const bool code = has("code") || has("bare") || has("blank"), file = has("file");
         const QByteArray old = R"({"source":"x","big":12345678901234567,"claudeAiOauth":{"refreshToken":"rt",)"
                                R"("expiresAt":5,"subscriptionType":"max","n":[1,2.5,null]}})";
@@ -215,12 +203,12 @@ no refresh_token, no expires_in | code own file | {"access_token":"renewed"} | "
         QVERIFY(!(file || has("gone")) || t->write(kFile, old));
         if (has("gone"))
             t->env.beforeReplace = [](const QString& path) { QFile::remove(path); };
-        t->peer.on("POST", kTokenPath, answer(200, f[1] == u"-" ? kRenewed : f[1].toUtf8()));
+        t->peer.on("POST", kTokenPath, answer(200, cell("answer") == u"-" ? kRenewed : cell("answer").toUtf8()));
         t->peer.on("GET", kUsagePath, answer(200, "{}"));
         QCOMPARE(ClaudeProvider::fetch(t->env).errorOrEmpty(),
-            f[4].isEmpty() ? QString() : u"No pude consultar el uso de Claude (HTTP %1)."_s.arg(f[4]));
-        QCOMPARE(t->peer.requests("GET", kUsagePath).size(), f[4].isEmpty() ? 1 : 0);
-        const QStringList stored = f[2].split(u' ');
+            cell("error").isEmpty() ? QString() : u"No pude consultar el uso de Claude (HTTP %1)."_s.arg(cell("error")));
+        QCOMPARE(t->peer.requests("GET", kUsagePath).size(), cell("error").isEmpty() ? 1 : 0);
+        const QStringList stored = cell("stored").split(u' ');
         const QByteArray renewed = canonical(u"{\"big\":12345678901234567,\"claudeAiOauth\":{\"accessToken\":%1,"
             "\"expiresAt\":%2,\"n\":[1,2.5,null],\"refreshToken\":%3,\"subscriptionType\":\"max\"},\"source\":\"x\"}"_s
             .arg(stored[0], stored[1], stored[2]).toUtf8());
@@ -236,14 +224,15 @@ no refresh_token, no expires_in | code own file | {"access_token":"renewed"} | "
         ClaudeProvider::fetch(t->env);
         const auto refreshes = t->peer.requests("POST", kTokenPath);
         QCOMPARE(refreshes.size(), 2);
-        QCOMPARE(QString::fromUtf8(refreshes.last().body.split('&').value(1).mid(14)), f[3]);
+        QCOMPARE(QString::fromUtf8(refreshes.last().body.split('&').value(1).mid(14)), cell("next"));
         // A write under an account the item does not have is dropped by the store, and so not verified.
         QVERIFY(!KeychainHelper::saveVerified(secrets(), kOwn, u"claude-user"_s, "x"));
     }
 
-    // name | service | usage answer | rows. Codex names a window by its length: a session up to six hours,
-    // whole hours beyond, a week from six days; by its place when it has no usable length.
-    void rowsFollowTheAnswer_data() { addTableRows(uR"(
+    // Codex names a window by its length: a session up to six hours, whole hours beyond, a week from six
+    // days; by its place when it has no usable length.
+    void rowsFollowTheAnswer_data() { table(R"(
+| service | answer | rows
 limits in order, then extra credits | claude | {"limits":[{"kind":"session","percent":12.5,"resets_at":"2025-03-01T12:34:56.789Z"},{"kind":"weekly_all","percent":40,"resets_at":"2025-03-01"},{"kind":"weekly_scoped","percent":3,"scope":{"model":{"display_name":"Opus"}}},{"kind":"weekly_scoped","percent":4,"scope":{"model":{"display_name":7}}},{"kind":"opus","percent":1e308},{"kind":"x","percent":-1e19},{"percent":"9","resets_at":5}],"five_hour":{"utilization":99},"spend":{"enabled":true,"used":{"amount_minor":1250},"limit":{"amount_minor":5000}}} | claude-session-Sesión de 5 h, Sesión de 5 h, 12.5, 1740832496.789, -; claude-weekly_all-Semanal · Todos los modelos, Semanal · Todos los modelos, 40, -, -; claude-weekly_scoped-Semanal · Opus, Semanal · Opus, 3, -, -; claude-weekly_scoped-Semanal · Modelo, Semanal · Modelo, 4, -, -; claude--, , 0, -, -; claude-extra, Créditos extra, 25, -, $12.50 / $50.00 USD
 windows, session first | claude | {"seven_day":{"utilization":7.25,"resets_at":"bad"},"five_hour":{"resets_at":"2025-03-01T12:34:56Z"}} | claude-5h, Sesión de 5 h, 0, 1740832496, -; claude-7d, Semanal · Todos los modelos, 7.25, -, -
 empty limits hide the windows | claude | {"limits":[],"five_hour":{"utilization":50}} |
@@ -263,16 +252,16 @@ relative reset beyond the model | codex | {"rate_limit":{"primary_window":{"used
 rate_limit not an object | codex | {"rate_limit":[{"primary_window":{}}] } |)"); }
     void rowsFollowTheAnswer()
     {
-        QFETCH(QStringList, f);
-        const auto answer = platform::Json::parseObject(f[1].toUtf8());
+        const auto answer = platform::Json::parseObject(cell("answer").toUtf8());
         QVERIFY(answer);
-        QCOMPARE(rowsText(f[0] == u"claude" ? ClaudeProvider::parseRows(*answer)
-                                             : CodexProvider::parseRows(*answer, kCodexNow)), f[2]);
+        QCOMPARE(rowsText(cell("service") == u"claude" ? ClaudeProvider::parseRows(*answer)
+                                             : CodexProvider::parseRows(*answer, kCodexNow)), cell("rows"));
     }
-    // name | auth.json ("full", "-": none, "dir", "nesting": 10 MB of '[') | usage statuses | token status | token
-    // answer | requests ("bearer account" or refresh token) | error (status or "none") | the file after: tokens
-    // written ("access refresh id"), untouched (""), "readonly": its folder is, "gone": removed before the write
-    void fetchRefreshesOnceAndReports_data() { addTableRows(uR"(
+    // auth.json: "full", "-": none, "dir", "nesting": 10 MB of '['. requests: "bearer account" or the refresh
+    // token. error: a status or "none". after, the file: tokens written ("access refresh id"), untouched (""),
+    // "readonly": its folder is, "gone": removed before the write.
+    void fetchRefreshesOnceAndReports_data() { table(R"(
+| auth | usage | token | tokenAnswer | requests | error | after
 good answer         | full | 200 | | | at-1 acc-1 | |
 no account          | {"tokens":{"access_token":"at-1"}} | 200 | | | at-1 - | |
 account line break  | {"tokens":{"access_token":"at-1","account_id":"a\r\nX-Evil: 1"}} | 200 | | | | 0 |
@@ -301,34 +290,33 @@ new access bad      | full | 401 | 200 | {"access_token":"at-2\r\nX"} | at-1 acc
 nothing to refresh  | {"tokens":{"access_token":"at-1"}} | 401 | 200 | {"access_token":"at-2"} | at-1 - | 401 |)"); }
     void fetchRefreshesOnceAndReports()
     {
-        QFETCH(QStringList, f);
         *t->clock = kCodexNow;
-        const bool file = f[0] != u"-" && f[0] != u"dir";
+        const bool file = cell("auth") != u"-" && cell("auth") != u"dir";
         const QByteArray auth = !file ? QByteArray()
-            : f[0] == u"full"         ? kAuth
-            : f[0] == u"nesting"      ? QByteArray(10 * 1024 * 1024, '[')
-                                      : f[0].toUtf8();
-        QVERIFY(QDir(t->home.path()).mkpath(f[0] == u"dir" ? kAuthFile : u".codex"_s));
+            : cell("auth") == u"full"         ? kAuth
+            : cell("auth") == u"nesting"      ? QByteArray(10 * 1024 * 1024, '[')
+                                      : cell("auth").toUtf8();
+        QVERIFY(QDir(t->home.path()).mkpath(cell("auth") == u"dir" ? kAuthFile : u".codex"_s));
         QVERIFY(!file || t->write(kAuthFile, auth));
         const QByteArray folder = QFile::encodeName(t->path(u".codex"_s));
-        if (f[6] == u"readonly" && ::geteuid() == 0) { // root writes anywhere but on a read-only mount
+        if (cell("after") == u"readonly" && ::geteuid() == 0) { // root writes anywhere but on a read-only mount
             QVERIFY2(qEnvironmentVariableIsSet("LIMITRA_UNSHARED"), "needs the private mount namespace of main()");
             QVERIFY(::mount(folder, folder, nullptr, MS_BIND, nullptr) == 0
                 && ::mount(nullptr, folder, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0);
         }
-        QVERIFY(f[6] != u"readonly" || ::geteuid() == 0 || ::chmod(folder, 0500) == 0);
+        QVERIFY(cell("after") != u"readonly" || ::geteuid() == 0 || ::chmod(folder, 0500) == 0);
         const auto writable = qScopeGuard([&] {
             ::umount2(folder, MNT_DETACH);
             ::chmod(folder, 0700);
         });
-        if (f[6] == u"gone")
+        if (cell("after") == u"gone")
             t->env.beforeReplace = [](const QString& path) { QFile::remove(path); };
-        script(t->peer, "GET", kCodexUsagePath, f[1], kAnswer);
-        script(t->peer, "POST", kCodexTokenPath, f[2], f[3].toUtf8());
+        script(t->peer, "GET", kCodexUsagePath, cell("usage"), kAnswer);
+        script(t->peer, "POST", kCodexTokenPath, cell("token"), cell("tokenAnswer").toUtf8());
         const ServiceUsage usage = CodexProvider::fetch(t->env);
-        const QString error = f[5] == u"none" ? u"No encontré credenciales de Codex. Ejecuta `codex login` en la Terminal."_s
-            : f[5].isEmpty() ? QString()
-                             : u"No pude consultar el uso de Codex (HTTP %1). Ejecuta `codex login` si persiste."_s.arg(f[5]);
+        const QString error = cell("error") == u"none" ? u"No encontré credenciales de Codex. Ejecuta `codex login` en la Terminal."_s
+            : cell("error").isEmpty() ? QString()
+                             : u"No pude consultar el uso de Codex (HTTP %1). Ejecuta `codex login` si persiste."_s.arg(cell("error"));
         QCOMPARE(usage.errorOrEmpty(), error);
         QCOMPARE(usage.planBadgeOrEmpty(), error.isEmpty() ? u"Plus"_s : QString());
         QCOMPARE(usage.updatedAt, error.isEmpty() ? std::optional(kCodexNow) : std::nullopt);
@@ -351,15 +339,15 @@ nothing to refresh  | {"tokens":{"access_token":"at-1"}} | 401 | 200 | {"access_
                 QVERIFY2(QByteArrayList({ "host", "accept", "authorization", "user-agent", "chatgpt-account-id" }).contains(name), name);
             trace << QString::fromUtf8(r.header("authorization").mid(7) + ' ' + (r.hasHeader("chatgpt-account-id") ? r.header("chatgpt-account-id") : "-"));
         }
-        QCOMPARE(trace.join(u"; "), f[4]);
+        QCOMPARE(trace.join(u"; "), cell("requests"));
         const QByteArray written = t->read(kAuthFile);
-        if (f[6].isEmpty() || f[6] == u"readonly" || f[6] == u"gone") {
-            QCOMPARE(written, f[6] == u"gone" ? QByteArray() : auth);
-            QCOMPARE(QDir(t->path(u".codex"_s)).entryList(QDir::Files | QDir::Hidden).size(), file && f[6] != u"gone" ? 1 : 0);
+        if (cell("after").isEmpty() || cell("after") == u"readonly" || cell("after") == u"gone") {
+            QCOMPARE(written, cell("after") == u"gone" ? QByteArray() : auth);
+            QCOMPARE(QDir(t->path(u".codex"_s)).entryList(QDir::Files | QDir::Hidden).size(), file && cell("after") != u"gone" ? 1 : 0);
             return;
         }
         // All but the tokens and the time of the refresh stays, indented as the Codex tool writes it.
-        const QStringList tokens = f[6].split(u' ');
+        const QStringList tokens = cell("after").split(u' ');
         QCOMPARE(canonical(written), canonical(R"({"OPENAI_API_KEY":null,"counter":12345678901234567,)"
                       R"("last_refresh":"2025-03-01T12:34:56.789Z","nested":{"b":{"deep":3},"a":false},)"
                       R"("tokens":{"account_id":"acc-1","zz":{"list":[1,2.5,"x",null,true]},)"

@@ -15,8 +15,7 @@ namespace limitra::test {
 PeerAnswer answer(int status, const QByteArray& body)
 {
     using enum PeerAnswer::Kind;
-    return { status, body, { { "Content-Type", "application/json" } }, {},
-        status == kDrop ? Drop : status == kHang ? Hang : Respond };
+    return { status, body, {}, {}, status == kDrop ? Drop : status == kHang ? Hang : Respond };
 }
 
 bool RecordedRequest::hasHeader(const QByteArray& lowerName) const
@@ -26,10 +25,8 @@ bool RecordedRequest::hasHeader(const QByteArray& lowerName) const
 
 QByteArray RecordedRequest::header(const QByteArray& lowerName) const
 {
-    for (const auto& [name, value] : headers)
-        if (name == lowerName)
-            return value;
-    return {};
+    const auto it = std::find_if(headers.begin(), headers.end(), [&](const auto& h) { return h.first == lowerName; });
+    return it == headers.end() ? QByteArray() : it->second;
 }
 
 struct FakePeer::Impl
@@ -90,14 +87,9 @@ struct FakePeer::Impl
         if (answer.delay.count() > 0 && !waitFor(answer.delay))
             return;
         res.status = answer.status;
-        std::string contentType = "text/plain";
-        for (const auto& [name, value] : answer.headers) {
-            if (name.toLower() == "content-type")
-                contentType = value.toStdString();
-            else
-                res.set_header(name.toStdString(), value.toStdString());
-        }
-        res.set_content(answer.body.toStdString(), contentType);
+        for (const auto& [name, value] : answer.headers)
+            res.set_header(name.toStdString(), value.toStdString());
+        res.set_content(answer.body.toStdString(), "application/json");
         std::lock_guard lock(mutex);
         log[index].answeredAt = std::chrono::steady_clock::now();
     }

@@ -12,7 +12,7 @@ namespace limitra::test {
 
 using Headers = QList<QPair<QByteArray, QByteArray>>;
 
-// One scripted answer of the fake peer: status, headers and body after `delay`; or Drop (read the
+// One scripted answer of the fake peer: status, headers and JSON body after `delay`; or Drop (read the
 // request, send the headers, cut the connection before the body) or Hang (never answer until the peer stops).
 struct PeerAnswer
 {
@@ -22,7 +22,7 @@ struct PeerAnswer
     std::chrono::milliseconds delay { 0 };
     enum class Kind { Respond, Drop, Hang } kind = Kind::Respond;
 };
-// A JSON answer; the statuses kDrop and kHang script a transport failure instead.
+// The statuses kDrop and kHang script a transport failure instead of an answer.
 inline constexpr int kDrop = -1, kHang = -2;
 PeerAnswer answer(int status, const QByteArray& body = {});
 

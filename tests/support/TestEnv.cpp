@@ -3,10 +3,12 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QStringList>
+#include <QTest>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <list>
 #include <vector>
 
 namespace limitra::test {
@@ -41,6 +43,25 @@ TestEnv::TestEnv(double now, std::chrono::milliseconds timeoutCap)
     env.now = [c = clock] { return *c; };
     env.defaults = defaults;
     env.timeoutCap = timeoutCap;
+}
+
+void table(const char* text)
+{
+    static std::list<QByteArray> names; // QTest keeps pointers to them
+    const QStringList lines = QString::fromUtf8(text).trimmed().split(u'\n');
+    for (const QString& column : lines[0].split(u'|').mid(1))
+        QTest::addColumn<QString>(names.emplace_back(column.trimmed().toLatin1()).constData());
+    for (const QString& line : lines.mid(1)) {
+        const QStringList cells = line.split(u'|');
+        QTestData& data = QTest::newRow(qPrintable(cells[0].trimmed()));
+        for (const QString& c : cells.mid(1))
+            data << c.trimmed();
+    }
+}
+
+QString cell(const char* column)
+{
+    return *static_cast<QString*>(QTest::qData(column, QMetaType::QString));
 }
 
 LimitRow row(const QString& title, double used, std::optional<double> resetsAt, std::optional<QString> detail,

@@ -41,6 +41,11 @@ struct TestEnv
     QByteArray read(const QString& relative) const { return readFile(path(relative)); }
 };
 
+// QTest rows from a table as text: "| column | ...", then one row per line whose first cell names it;
+// cells are split at '|' and trimmed. A test reads the cells of its row with cell().
+void table(const char* text);
+QString cell(const char* column);
+
 // A row whose id is its title unless given.
 LimitRow row(const QString& title, double used, std::optional<double> resetsAt = {},
     std::optional<QString> detail = {}, const QString& id = {});

@@ -24,8 +24,6 @@
 #include <QSvgRenderer>
 #include <QTest>
 
-#include <list>
-
 using namespace limitra;
 using namespace limitra::test;
 
@@ -34,24 +32,6 @@ constexpr double kNow = 1'700'000'000;
 const QString kItem = QStringLiteral("org.kde.StatusNotifierItem");
 const QString kDownload = QStringLiteral("https://limitra.app/descargar?os=linux");
 
-// A table as text: column names, then one row per line, the first cell naming the row.
-void table(const char* text)
-{
-    static std::list<QByteArray> names; // QTest keeps pointers to them
-    const QStringList lines = QString::fromUtf8(text).trimmed().split(u'\n');
-    for (const QString& column : lines[0].split(u'|').mid(1))
-        QTest::addColumn<QString>(names.emplace_back(column.trimmed().toLatin1()).constData());
-    for (const QString& line : lines.mid(1)) {
-        const QStringList cells = line.split(u'|');
-        QTestData& data = QTest::newRow(qPrintable(cells[0].trimmed()));
-        for (const QString& c : cells.mid(1))
-            data << c.trimmed();
-    }
-}
-QString cell(const char* column)
-{
-    return *static_cast<QString*>(QTest::qData(column, QMetaType::QString));
-}
 QList<QQuickItem*> named(QQuickItem* root, const QString& name, bool visibleOnly = false)
 {
     QList<QQuickItem*> found;
