@@ -103,10 +103,8 @@ QString bands(const QImage& image)
 QStringList asReport(const QByteArray& json, double from, double to)
 {
     QStringList lines;
-    const auto within = [&](const QJsonValue& iso, double offset) {
-        const double at
-            = double(QDateTime::fromString(iso.toString(), Qt::ISODateWithMs).toMSecsSinceEpoch()) / 1000;
-        return iso.toString().endsWith(u'Z') && at >= from + offset - 1 && at <= to + offset + 1;
+    const auto within = [&](const QJsonValue& iso, qint64 offset) {
+        return matches(u"{iso~%1}"_s.arg(offset), iso.toString(), from, to);
     };
     for (const QJsonValue& value : QJsonDocument::fromJson(json).object().value(u"services").toArray()) {
         const QJsonObject service = value.toObject();
@@ -125,7 +123,7 @@ QStringList asReport(const QByteArray& json, double from, double to)
             QString line = u"  "_s + row[u"title"].toString() + u" — "_s + QString::fromLatin1(numbers);
             if (!row[u"resetsAt"].isNull()) {
                 const qint64 seconds = row[u"resetsInSeconds"].toInteger(-1);
-                if (seconds < 0 || (!within(row[u"resetsAt"], double(seconds)) && seconds > 0))
+                if (seconds < 0 || (!within(row[u"resetsAt"], seconds) && seconds > 0))
                     return { u"bad reset: "_s + QString::fromUtf8(json) };
                 line += u" · se reinicia en "_s + limitra::FormatUtil::countdown(double(seconds), 0);
             }
