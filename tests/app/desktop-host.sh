@@ -44,15 +44,13 @@ sandbox)
             "$(at now)" >"$home/.codex/auth.json"
         chmod 600 "$home/.claude/.credentials.json" "$home/.codex/auth.json"
         export LIMITRA_HOST_ROOT=$home LIMITRA_HOST_PEER=$peer
-        # Into a file: a helper a desktop leaves behind must not hold the test's output open.
-        if [ $d = x11 ]; then
-            LIMITRA_HOST_STAGE=x11 "$0" "$@" >"$root/$d.out" 2>&1 || status=1
-        else
-            # sway refuses to run as root; the whole desktop runs as an ordinary user.
+        as=()
+        if [ $d = wayland ]; then # sway refuses to run as root: that desktop runs as an ordinary user
             chown -R nobody:nogroup "$home"
-            LIMITRA_HOST_STAGE=wayland setpriv --reuid=nobody --regid=nogroup --clear-groups "$0" "$@" \
-                >"$root/$d.out" 2>&1 || status=1
+            as=(setpriv --reuid=nobody --regid=nogroup --clear-groups)
         fi
+        # Into a file: a helper a desktop leaves behind must not hold the test's output open.
+        LIMITRA_HOST_STAGE=$d "${as[@]}" "$0" "$@" >"$root/$d.out" 2>&1 || status=1
         grep -v -e '^dbus-daemon' -e '^SpiRegistry' -e '^\*\* Message' -e '^discover_other' "$root/$d.out"
         cp "$home"/*.png "$shots/" 2>/dev/null
         kill $peer 2>/dev/null
@@ -89,10 +87,11 @@ XML
     /usr/libexec/ayatana-indicator-application/ayatana-indicator-application-service >"$root/indicator.log" 2>&1 &
     xfwm4 --compositor=off --sm-client-disable >"$root/wm.log" 2>&1 &
     xfce4-panel --disable-wm-check >"$root/panel.log" 2>&1 &
-    click() { xdotool mousemove "$1" "$2" click "$([ "${3:-left}" = right ] && echo 3 || echo 1)"; sleep 0.5; }
+    click() { xdotool mousemove "$1" "$2" click 1; sleep 0.5; }
     key() { xdotool key "$@"; sleep 0.5; }
     shot() { import -window root "$root/$desk-$1.png"; }
-    open_menu() { click $icon_x $icon_y left; }
+    open_menu() { click $icon_x $icon_y; }
+    activate() { gdbus call --session -d "$item" -o /StatusNotifierItem -m org.kde.StatusNotifierItem.Activate $icon_x $icon_y >/dev/null; }
     managed() { :; }
 else
     mkdir -p "$root/sway"
@@ -118,6 +117,7 @@ EOF
     key() { for k in "$@"; do input key "$k"; done; }
     shot() { grim "$root/$desk-$1.png"; }
     open_menu() { click $icon_x $icon_y right; }
+    activate() { click $icon_x $icon_y; }
     # sway's view of a window it manages: x y width height of the client area.
     managed() {
         swaymsg -t get_tree | jq -r --arg t "$1" '.. | objects | select(.name? == $t and .shell? != null)
@@ -126,6 +126,7 @@ EOF
     }
 fi
 
+layout() { gdbus call --session -d "$item" -o /MenuBar -m com.canonical.dbusmenu.GetLayout -- 0 -1 '@as []'; }
 get() { gdbus call --session -d "$1" -o "/${2##*.}" -m org.freedesktop.DBus.Properties.Get "$2" "$3" 2>&1; }
 items() { w=org.kde.StatusNotifierWatcher; get $w $w RegisteredStatusNotifierItems | grep -o 'StatusNotifierItem-[0-9-]*'; }
 # X id of a viewable window of ours with exactly this title.
@@ -145,21 +146,20 @@ geom() {
 }
 # The size the program asks of the window manager for it (its content's size).
 wants() { xprop -id "$(xid "$1")" WM_NORMAL_HINTS | awk '/minimum size/{print $5, $7}'; }
+# The window titled $1 is as large as its content and at least $2 high; leaves its x y w h set.
 fits() {
-    local x y w h want
+    local want
     wait_for "geom '$1'" 5 || fail "no window \"$1\""
     read -r x y w h <<<"$(geom "$1")"
     want=$(wants "$1")
     [ "$w $h" = "$want" ] || fail "\"$1\" is ${w}x$h, its content ${want/ /x}"
     [ "$h" -ge "$2" ] || fail "\"$1\" is only $h high"
-    height=$h
 }
 # Chooses the entry whose label starts with $1 through the host's own menu: by keyboard on X11, by
 # pointer on Wayland (sway gives a GTK menu no keys), where entries are 24 px apart and separators 1 px.
 choose() {
     local entries i n
-    entries=$(gdbus call --session -d "$item" -o /MenuBar -m com.canonical.dbusmenu.GetLayout -- 0 -1 '@as []' |
-        grep -o "'label': <'[^']*'>\|'type': <'separator'>")
+    entries=$(layout | grep -o "'label': <'[^']*'>\|'type': <'separator'>")
     i=$(grep -n -F "'label': <'$1" <<<"$entries" | head -1 | cut -d: -f1)
     [ -n "$i" ] || fail "the menu has no \"$1\""
     n=$(head -n "$i" <<<"$entries" | grep -c "'label'")
@@ -187,8 +187,7 @@ item=org.kde.$(items | head -1)
 
 # The welcome guide: its full height once the detection answered, no title suffix, centred.
 sleep 2
-fits "Bienvenida" 360 && h=$height
-read -r x y w _ <<<"$(geom Bienvenida)"
+fits "Bienvenida" 360
 [ $((x + w / 2 - 640)) -le 40 ] && [ $((640 - x - w / 2)) -le 40 ] && [ $((y + h / 2 - 400)) -le 60 ] &&
     [ $((400 - y - h / 2)) -le 60 ] || fail "the welcome guide is not centred: $x,$y ${w}x$h"
 shot welcome
@@ -196,14 +195,15 @@ key Return
 wait_for '! xid Bienvenida | grep -q .' || fail "Return did not close the welcome guide"
 
 # The tray: where the icon is (leftmost mark at the bar's right end), and the rows in its menu.
-wait_for "gdbus call --session -d $item -o /MenuBar -m com.canonical.dbusmenu.GetLayout -- 0 -1 '@as []' | grep -q 'Claude Code · Sesión de 5 h — 63 % restante'" 15 ||
-    fail "the menu lacks the rows: $(gdbus call --session -d "$item" -o /MenuBar -m com.canonical.dbusmenu.GetLayout -- 0 -1 '@as []')"
+wait_for "layout | grep -q 'Claude Code · Sesión de 5 h — 63 % restante'" 15 || fail "the menu lacks the rows: $(layout)"
 shot bar
-read -r bx by bw bh <<<"$(convert "$root/$desk-bar.png" -crop 200x28+1080+0 +repage -fuzz 12% -trim -format '%X %Y %w %h' info: | tr -d +)"
+# x y w h of what stands out of the bar's background within the crop $1.
+marks() { convert "$root/$desk-bar.png" -crop "$1" +repage -fuzz 12% -trim -format '%X %Y %w %h' info: | tr -d +; }
+read -r bx by bw bh <<<"$(marks 200x28+1080+0)"
 icon_x=$((1080 + bx + 8)) icon_y=14
 [ "$bw" -gt 4 ] && [ "$bw" -lt 200 ] || fail "no icon at the bar's right end ($bx $by $bw $bh)"
 if [ $desk = wayland ]; then
-    read -r _ _ tw _ <<<"$(convert "$root/$desk-bar.png" -crop 300x28+0+0 +repage -fuzz 12% -trim -format '%X %Y %w %h' info:)"
+    read -r _ _ tw _ <<<"$(marks 300x28+0+0)"
     [ "${tw:-0}" -gt 60 ] || fail "waybar shows no text of limitra --watch"
 fi
 
@@ -229,8 +229,7 @@ wait_for '! xid Límites | grep -q .' || fail "Escape did not hide the panel"
 
 # "Ajustes": the settings window takes each tab's full height.
 choose "Ajustes"
-fits "Ajustes de Limitra" 300 && general=$height
-read -r x y w _ <<<"$(geom 'Ajustes de Limitra')"
+fits "Ajustes de Limitra" 300 && general=$h
 shot settings
 click $((x + w / 2 + 42)) $((y + 30))
 wait_for "[ \"\$(geom 'Ajustes de Limitra' | cut -d' ' -f4)\" != $general ]" 5 || fail "the tab change kept the height $general"
@@ -238,11 +237,7 @@ fits "Ajustes de Limitra" 200
 shot settings-about
 
 # A click on the icon: beside it and fully on screen; a click on another window hides it.
-if [ $desk = x11 ]; then
-    gdbus call --session -d "$item" -o /StatusNotifierItem -m org.kde.StatusNotifierItem.Activate $icon_x $icon_y >/dev/null
-else
-    click $icon_x $icon_y
-fi
+activate
 wait_for 'geom Límites' || fail "a click on the icon opened no panel"
 on_screen_near $(geom Límites) $icon_x $icon_y || fail "the panel at $(geom Límites) is not beside $icon_x,$icon_y"
 shot panel

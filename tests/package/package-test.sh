@@ -4,7 +4,7 @@
 #   package-test.sh BUILD_DIR SOURCE_DIR VERSION GUI_MODULE (relative to usr/)
 set -uo pipefail
 build=$1 src=$2 version=$3 module=$4
-tmp=$(mktemp -d) && root=$tmp/root && usr=$tmp/root/usr
+tmp=$(mktemp -d) && root=$tmp/root && usr=$root/usr
 trap 'rm -rf "$tmp"' EXIT
 failed=0
 fail() { echo "FAIL: $*"; failed=1; }
@@ -17,10 +17,9 @@ out=$(lintian --fail-on error "$deb" 2>&1) || fail "lintian: $out"
 
 expected=$({
     printf 'usr/%s\n' bin/limitra share/applications/app.limitra.Limitra.desktop share/man/man1/limitra.1.gz \
-        share/metainfo/app.limitra.Limitra.metainfo.xml share/doc/limitra/{changelog.gz,copyright}
+        share/metainfo/app.limitra.Limitra.metainfo.xml share/doc/limitra/{changelog.gz,copyright} \
+        "$module" "${module%/*}/limitra-watch.so"
     (cd "$src/data" && find icons -name '*.svg' | sed 's|^|usr/share/|')
-    echo "usr/$module"
-    echo "usr/${module%/*}/limitra-watch.so"
 } | sort)
 actual=$(cd "$root" && find . -type f -o -type l | sed 's|^\./||' | sort)
 [ "$expected" = "$actual" ] || fail "files differ: $(diff <(echo "$expected") <(echo "$actual"))"

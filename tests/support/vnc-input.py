@@ -11,12 +11,9 @@ s.connect(sys.argv[1])
 
 
 def recv(n):
-    data = b""
-    while len(data) < n:
-        chunk = s.recv(n - len(data))
-        if not chunk:
-            sys.exit("vnc-input: the server hung up")
-        data += chunk
+    data = s.recv(n, socket.MSG_WAITALL)
+    if len(data) < n:
+        sys.exit("vnc-input: the server hung up")
     return data
 
 
