@@ -3,6 +3,7 @@
 #include "platform/Defaults.h"
 #include "platform/Http.h"
 #include "platform/SignalEvents.h"
+#include "ui/DesktopColorScheme.h"
 #include "ui/UiModule.h"
 #include "ui/panel/PanelActions.h"
 #include "ui/settings/SettingsWindow.h"
@@ -39,6 +40,7 @@ LimitraApp::LimitraApp(platform::Environment env, UsageStore::Services services,
     m_tray = std::make_unique<TrayItem>(*m_store);
     m_records = std::make_unique<TrayRecords>(*m_store);
     m_notifier = std::make_unique<LowLimitNotifier>(*m_store);
+    m_colorScheme = std::make_unique<DesktopColorScheme>();
 
     connect(m_settings.get(), &SettingsWindow::welcomeRequested, this, &LimitraApp::openWelcome);
     connect(m_actions.get(), &PanelActions::settingsRequested, this, &LimitraApp::openSettings);
@@ -67,6 +69,7 @@ LimitraApp::~LimitraApp() = default;
 void LimitraApp::start()
 {
     m_tray->install();
+    m_colorScheme->follow();
     platform::Defaults& defaults = *m_store->environment().defaults;
     if (!defaults.hasShownWelcome()) {
         // Marked first, so a crash in the guide never shows it twice.

@@ -11,6 +11,7 @@
 
 namespace limitra {
 
+class DesktopColorScheme;
 class LowLimitNotifier;
 class PanelActions;
 class PanelWindow;
@@ -36,8 +37,8 @@ public:
     // Whether this start runs as an X11 client, through Xwayland in a Wayland session.
     static bool prefersX11(int argc, char** argv);
 
-    // Puts the item in the tray and, for a user who never saw it, opens the
-    // welcome guide (marking it seen first).
+    // Puts the item in the tray, follows the desktop's light or dark preference
+    // and, for a user who never saw it, opens the welcome guide (marking it seen first).
     void start();
 
     UsageStore& store() { return *m_store; }
@@ -65,6 +66,7 @@ private:
     std::unique_ptr<TrayItem> m_tray;
     std::unique_ptr<TrayRecords> m_records;
     std::unique_ptr<LowLimitNotifier> m_notifier;
+    std::unique_ptr<DesktopColorScheme> m_colorScheme;
 };
 
 } // namespace limitra

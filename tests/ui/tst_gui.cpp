@@ -3,6 +3,7 @@
 #include "model/AppSettings.h"
 #include "platform/LibsecretStore.h"
 #include "platform/LoginItem.h"
+#include "ui/DesktopColorScheme.h"
 #include "support/TestEnv.h"
 #include "ui/settings/SettingsWindow.h"
 #include "ui/settings/WelcomeWindow.h"
@@ -73,9 +74,7 @@ QString colourName(const QQuickItem* item)
 // The row's theme, before any window is made.
 void useTheme()
 {
-    const QColor text("#ececec"), base("#1e1e20"); // for text, window, light, dark, mid, text, base
-    const QPalette dark(text, QColor("#2b2b2d"), QColor("#4a4a4d"), base, QColor("#333336"), text, base);
-    QGuiApplication::setPalette(cell("theme") == "dark" ? dark : QPalette());
+    QGuiApplication::setPalette(cell("theme") == "dark" ? DesktopColorScheme::darkPalette() : QPalette());
 }
 // A PNG of a window for a person to look at.
 void render(QQuickItem* content, const QString& name)
@@ -200,6 +199,23 @@ public Q_SLOTS:
     QStringList GetCapabilities() { return { "actions", "body" }; }
 };
 
+// The desktop portal's settings: the colour scheme it reports, as older portals wrap it.
+class Portal : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.portal.Settings")
+
+public:
+    uint scheme = 0; // no preference
+
+public Q_SLOTS:
+    QDBusVariant Read(const QString& group, const QString& key)
+    {
+        const bool asked = group == "org.freedesktop.appearance" && key == "color-scheme";
+        return QDBusVariant(QVariant::fromValue(QDBusVariant(asked ? scheme : 0u)));
+    }
+};
+
 // The test is also the desktop around the program: the tray watcher every host
 // provides, the receiver of the item's signals and the handler of the addresses it opens.
 class TestGui : public QObject
@@ -211,6 +227,7 @@ class TestGui : public QObject
     QList<QUrl> opened;
     std::unique_ptr<App> a;
     Notifications notifications;
+    Portal portal;
 
     App& app(bool welcomed = true) { return *(a.reset(), a = std::make_unique<App>(welcomed)); }
 
@@ -236,6 +253,9 @@ private Q_SLOTS:
         QVERIFY(hostBus().registerObject(
                     "/org/freedesktop/Notifications", &notifications, QDBusConnection::ExportAllSlots)
             && hostBus().registerService("org.freedesktop.Notifications"));
+        QVERIFY(hostBus().registerObject(
+                    "/org/freedesktop/portal/desktop", &portal, QDBusConnection::ExportAllSlots)
+            && hostBus().registerService("org.freedesktop.portal.Desktop"));
     }
     void cleanupTestCase() { QDesktopServices::unsetUrlHandler("https"); }
     void cleanup()
@@ -245,6 +265,7 @@ private Q_SLOTS:
         seen.clear();
         opened.clear();
         notifications.calls.clear();
+        portal.scheme = 0;
         QGuiApplication::setPalette(QPalette());
     }
 
@@ -646,6 +667,32 @@ private Q_SLOTS:
         QVERIFY(panel.isVisible());
         QTest::keyClick(&panel, Qt::Key_Escape);
         QVERIFY(!panel.isVisible());
+    }
+
+    // A dark desktop darkens the light windows at the start and at each change of its mind; a theme
+    // that is dark of its own is left as it is.
+    void windowsFollowTheDesktopsDarkPreference()
+    {
+        const auto change = [](uint scheme) {
+            hostBus().send(QDBusMessage::createSignal("/org/freedesktop/portal/desktop",
+                               "org.freedesktop.portal.Settings", "SettingChanged")
+                << "org.freedesktop.appearance" << "color-scheme" << QVariant::fromValue(QDBusVariant(scheme)));
+        };
+        portal.scheme = 1;
+        App& t = app();
+        t.app->start();
+        const auto drawnDark
+            = [&] { return QColor(t.panel()->window()->grabWindow().pixel(4, 4)).lightnessF() < 0.5; };
+        QTRY_VERIFY(drawnDark());
+        change(0);
+        QTRY_VERIFY(!drawnDark());
+        change(1);
+        QTRY_VERIFY(drawnDark());
+        QGuiApplication::setPalette(QPalette(Qt::black)); // a theme dark of its own
+        app().app->start();
+        change(0);
+        QTest::qWait(100);
+        QCOMPARE(QGuiApplication::palette().color(QPalette::Window), QColor(Qt::black));
     }
 
     // On a 1280 × 800 screen; the work area leaves out the panel that holds the tray. With no

@@ -54,6 +54,14 @@ PanelWindow::~PanelWindow()
         m_content->setParentItem(nullptr);
 }
 
+bool PanelWindow::event(QEvent* event)
+{
+    // The desktop may turn dark or light while the panel exists.
+    if (event->type() == QEvent::ApplicationPaletteChange)
+        setColor(QGuiApplication::palette().color(QPalette::Window));
+    return QQuickWindow::event(event);
+}
+
 void PanelWindow::fitContent()
 {
     WindowFit::fit(*this, QSize(int(m_content->width()), int(std::ceil(m_content->implicitHeight()))));

@@ -47,6 +47,7 @@ public:
     static QPoint trayCorner(QRect screen, QRect available);
 
 protected:
+    bool event(QEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
     void hideEvent(QHideEvent* event) override;
