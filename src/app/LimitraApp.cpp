@@ -15,6 +15,7 @@
 #include "ui/tray/TrayRecords.h"
 
 #include <QApplication>
+#include <QIcon>
 #include <QQuickWindow>
 
 #include <csignal>
@@ -147,6 +148,10 @@ int LimitraApp::main(int argc, char** argv)
     // No display name: window managers would show it after every window title.
     QApplication::setApplicationName(QStringLiteral("limitra"));
     QApplication::setDesktopFileName(QStringLiteral("app.limitra.Limitra"));
+    // Qt 6.4 tells X11 desktops no desktop file, so taskbars and title bars show
+    // the icon a window carries: the theme's, else the one built in.
+    QApplication::setWindowIcon(QIcon::fromTheme(
+        QStringLiteral("app.limitra.Limitra"), QIcon(QStringLiteral(":/limitra/app.limitra.Limitra.svg"))));
     QApplication::setQuitOnLastWindowClosed(false);
 
     SingleInstance instance;

@@ -185,11 +185,13 @@ app=$!
 wait_for 'items' 15 || fail "no item registered"
 item=org.kde.$(items | head -1)
 
-# The welcome guide: its full height once the detection answered, no title suffix, centred.
+# The welcome guide: its full height once the detection answered, no title suffix, centred in the
+# work area below the 28 px bar (give or take half a title bar).
 sleep 2
 fits "Bienvenida" 360
-[ $((x + w / 2 - 640)) -le 40 ] && [ $((640 - x - w / 2)) -le 40 ] && [ $((y + h / 2 - 400)) -le 60 ] &&
-    [ $((400 - y - h / 2)) -le 60 ] || fail "the welcome guide is not centred: $x,$y ${w}x$h"
+[ $((x + w / 2 - 640)) -le 8 ] && [ $((640 - x - w / 2)) -le 8 ] && [ $((y + h / 2 - 414)) -le 32 ] &&
+    [ $((414 - y - h / 2)) -le 32 ] || fail "the welcome guide is not centred: $x,$y ${w}x$h"
+xprop -id "$(xid Bienvenida)" _NET_WM_ICON | grep -q 'Icon (' || fail "the welcome guide carries no icon"
 shot welcome
 key Return
 wait_for '! xid Bienvenida | grep -q .' || fail "Return did not close the welcome guide"

@@ -504,8 +504,8 @@ private Q_SLOTS:
         QVERIFY(cell("codex") == "0" || t.env.write(".codex/auth.json", "{}"));
         QVERIFY(cell("claude") == "0" || t.env.write(".claude/.credentials.json", "")); // empty still counts
         t.app->start();
-        QVERIFY(
-            t.app->welcomeWindow().window() && QTest::qWaitForWindowExposed(t.app->welcomeWindow().window()));
+        QTRY_VERIFY(t.app->welcomeWindow().window()); // once the detection answered
+        QVERIFY(QTest::qWaitForWindowExposed(t.app->welcomeWindow().window()));
         QQuickItem* view = t.app->welcomeWindow().window()->contentItem();
         QVERIFY(platform::Defaults(t.env.defaults->filePath()).hasShownWelcome());
         QTRY_VERIFY_WITH_TIMEOUT(find(view, "claudeRow")->isVisible(), 10000);

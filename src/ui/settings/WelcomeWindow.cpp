@@ -4,6 +4,9 @@
 #include "ui/settings/WindowHost.h"
 
 #include <QQuickWindow>
+#include <QTimer>
+
+#include <chrono>
 
 namespace limitra {
 
@@ -23,8 +26,25 @@ WelcomeWindow::~WelcomeWindow()
 void WelcomeWindow::show()
 {
     m_detection->start();
-    if (m_host->raise())
+    if (m_host->raise() || m_waiting)
         return;
+    // The guide is centred at the size it opens with and grows once the
+    // detection answers, so it waits for that answer; never long, since a
+    // secret store may be slow to answer.
+    m_waiting = true;
+    connect(m_detection.get(), &WelcomeDetection::detected, this, [this] {
+        if (m_detection->isReady())
+            open();
+    });
+    QTimer::singleShot(std::chrono::milliseconds(500), this, &WelcomeWindow::open);
+}
+
+void WelcomeWindow::open()
+{
+    if (!m_waiting)
+        return; // the other of the two came first
+    m_waiting = false;
+    disconnect(m_detection.get(), &WelcomeDetection::detected, this, nullptr);
     m_host->open(m_engine, QStringLiteral("WelcomeView.qml"),
         { { QStringLiteral("detection"), QVariant::fromValue(m_detection.get()) } });
 }

@@ -14,8 +14,9 @@ namespace limitra {
 class WelcomeDetection;
 class WindowHost;
 
-// The welcome guide, "Bienvenida". It opens at once; which tools left
-// credentials is looked up again at every opening and filled in when known.
+// The welcome guide, "Bienvenida". Which tools left credentials is looked up
+// again at every opening; the window opens once that is known, so it is placed
+// at its full height, or after half a second with the answer still to come.
 class WelcomeWindow : public QObject
 {
     Q_OBJECT
@@ -32,7 +33,10 @@ public:
     QQuickWindow* window() const;
 
 private:
+    void open();
+
     QQmlEngine& m_engine;
+    bool m_waiting = false;
     std::unique_ptr<WelcomeDetection> m_detection;
     // Last, so the window goes before the detection it shows.
     std::unique_ptr<WindowHost> m_host;
