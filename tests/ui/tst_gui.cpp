@@ -591,6 +591,26 @@ private Q_SLOTS:
         QTRY_VERIFY(t.app->panel().isVisible());
     }
 
+    // A host that drops the item (GNOME's extension does, for items that come while the shell starts)
+    // hears from it again; another item's leaving is not its business.
+    void trayComesBackWhenTheHostDropsIt()
+    {
+        App& t = app();
+        t.app->start();
+        const QString name = t.app->tray().serviceName();
+        QTRY_COMPARE(registered, QStringList { name });
+        const auto drop = [](const QString& item) {
+            hostBus().send(QDBusMessage::createSignal("/StatusNotifierWatcher", "org.kde.StatusNotifierWatcher",
+                               "StatusNotifierItemUnregistered")
+                << item);
+        };
+        drop("org.kde.StatusNotifierItem-1-1");
+        QTest::qWait(1500);
+        QCOMPARE(registered.size(), 1);
+        drop(name);
+        QTRY_COMPARE_WITH_TIMEOUT(registered, (QStringList { name, name }), 3000);
+    }
+
     // The dial itself carries the level: each step draws more of it solid, in the icon hosts
     // recolour and in the pixmaps alike. Strips of every gauge, on a light and a dark panel (the
     // recoloured icon above the pixmap), go to artifacts/tray/ for a person to look at.

@@ -17,13 +17,16 @@
 #include <QMenu>
 #include <QPixmap>
 #include <QSystemTrayIcon>
+#include <QTimer>
 
+#include <chrono>
 #include <cstdio>
 
 namespace limitra {
 
 namespace {
 const QString kWatcher = QStringLiteral("org.kde.StatusNotifierWatcher");
+constexpr int kMaxComebacks = 5;
 
 ServiceUsage full()
 {
@@ -134,6 +137,8 @@ void TrayItem::install()
         useFallback();
         return;
     }
+    bus.connect(kWatcher, QStringLiteral("/StatusNotifierWatcher"), kWatcher,
+        QStringLiteral("StatusNotifierItemUnregistered"), this, SLOT(onItemUnregistered(QString)));
     // Panels restart; each new watcher must learn of the item again.
     auto* watcher = new QDBusServiceWatcher(kWatcher, bus, QDBusServiceWatcher::WatchForOwnerChange, this);
     connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
@@ -142,6 +147,19 @@ void TrayItem::install()
                 registerWithWatcher();
         });
     registerWithWatcher();
+}
+
+void TrayItem::onItemUnregistered(const QString& item)
+{
+    // A host may drop an item it failed to set up: GNOME's AppIndicator
+    // extension does so for items that come while the shell is still starting,
+    // as items started with the session do. This one is still here, so it asks
+    // again, a few times, each later than the last.
+    // KDE's watcher names items with their path after the bus name.
+    const bool ours = item == m_serviceName || item.startsWith(m_serviceName + u'/');
+    if (!ours || m_comebacks >= kMaxComebacks)
+        return;
+    QTimer::singleShot(std::chrono::seconds(1 << m_comebacks++), this, &TrayItem::registerWithWatcher);
 }
 
 void TrayItem::registerWithWatcher()

@@ -18,7 +18,7 @@ class UsageStore;
 
 // The program's tray item: the gauge with the menu bar text. Shown as a
 // StatusNotifierItem where a watcher exists (registered again whenever the
-// watcher restarts), else through the desktop's XEmbed tray, else nowhere.
+// watcher restarts or drops it), else through the desktop's XEmbed tray, else nowhere.
 // Label, tooltip and icon follow the store and the display settings at once.
 class TrayItem : public QObject
 {
@@ -51,6 +51,9 @@ Q_SIGNALS:
     void actionTriggered(limitra::TrayAction action);
     void hostChanged();
 
+private Q_SLOTS:
+    void onItemUnregistered(const QString& item);
+
 private:
     void update();
     void registerWithWatcher();
@@ -67,6 +70,7 @@ private:
     QString m_themePath;
     Host m_host = Host::None;
     bool m_saidNoTray = false;
+    int m_comebacks = 0;
     std::unique_ptr<QSystemTrayIcon> m_fallback;
     std::unique_ptr<QMenu> m_menu;
 };
