@@ -69,22 +69,27 @@ QFuture<void> UsageStore::refresh()
 
     const bool claude = showClaude();
     const bool codex = showCodex();
-    const auto fetch = [this](bool shown, const std::function<ServiceUsage()>& work) {
-        return shown ? QtConcurrent::run(&m_pool, work) : QtFuture::makeReadyFuture(ServiceUsage {});
+    // One task asks both services at once: Codex on another thread of the pool
+    // while this one asks Claude. (Qt 6.4's whenAll crashed here under load, in
+    // the continuation of a fetch that ended as the continuations were attached.)
+    const auto fetchBoth = [pool = &m_pool, claude, codex, fetchClaude = m_services.fetchClaude,
+                               fetchCodex = m_services.fetchCodex] {
+        QFuture<ServiceUsage> other
+            = codex ? QtConcurrent::run(pool, fetchCodex) : QtFuture::makeReadyFuture(ServiceUsage {});
+        ServiceUsage first = claude ? fetchClaude() : ServiceUsage {};
+        return std::pair(std::move(first), other.result());
     };
-    QList<QFuture<ServiceUsage>> fetches { fetch(claude, m_services.fetchClaude),
-        fetch(codex, m_services.fetchCodex) };
 
     const auto checkIfDue = m_services.checkIfDue;
-    m_inFlight = QtFuture::whenAll(fetches.begin(), fetches.end())
+    m_inFlight = QtConcurrent::run(&m_pool, fetchBoth)
         .then(this,
-            [this, claude, codex](const QList<QFuture<ServiceUsage>>& done) {
+            [this, claude, codex](const std::pair<ServiceUsage, ServiceUsage>& done) {
                 // Both records change before anyone is told, so no observer sees
                 // a new Claude record beside an old Codex one.
                 if (claude)
-                    m_claude = done.at(0).result();
+                    m_claude = done.first;
                 if (codex)
-                    m_codex = done.at(1).result();
+                    m_codex = done.second;
                 if (claude)
                     Q_EMIT claudeChanged();
                 if (codex)
