@@ -10,7 +10,7 @@ packages=(
     qml6-module-qtquick-layouts qml6-module-qtquick-window qml6-module-qtquick-templates
     qml6-module-qttest qml6-module-qtqml-workerscript
     libqt6svg6 qt6-qpa-plugins
-    libsecret-1-dev libcurl4-openssl-dev libcpp-httplib-dev libssl-dev
+    libsecret-1-dev libxcb1-dev libcurl4-openssl-dev libcpp-httplib-dev libssl-dev
     gnome-keyring libsecret-tools dbus dbus-x11 libglib2.0-bin
     fonts-noto-color-emoji fonts-dejavu-core
     openssl iproute2 util-linux curl file ca-certificates

@@ -736,6 +736,27 @@ private Q_SLOTS:
         QTEST(QString("%1 %2").arg(corner.x()).arg(corner.y()), "corner");
     }
 
+    // The panel's window by the Qt platform, the session and the X11 window manager: a grab where
+    // the X server honours it, a window mutter manages (and so focuses) where it ignores grabs.
+    void panelWindowSuitsTheDesktop_data() { table(R"(
+        | platform | wayland | manager     | kind
+        XFCE                  | xcb     | no  | Xfwm4       | unmanaged
+        KDE Plasma, X11       | xcb     | no  | KWin        | unmanaged
+        GNOME, X11            | xcb     | no  | GNOME Shell | grabbing
+        GNOME, Wayland        | xcb     | yes | GNOME Shell | managed
+        mutter alone, Wayland | xcb     | yes | Mutter      | managed
+        sway                  | xcb     | yes | wlroots wm  | grabbing
+        no window manager yet | xcb     | no  | -           | unmanaged
+        native Wayland client | wayland | yes | GNOME Shell | tool
+    )"); }
+    void panelWindowSuitsTheDesktop()
+    {
+        const QString manager = cell("manager") == u"-" ? QString() : cell("manager");
+        const auto kind = PanelWindow::kindFor(cell("platform"), cell("wayland") == u"yes", manager);
+        const char* const names[] = { "tool", "unmanaged", "grabbing", "managed" };
+        QTEST(QString(names[int(kind)]), "kind");
+    }
+
     // Claude's session through the bands, as the steps set it: one warning per band and
     // window, none again after a restart, none for a failed, hidden or resetless row.
     void lowLimitsWarnOncePerBandAndWindow()

@@ -25,6 +25,16 @@ class PanelWindow : public QQuickWindow
     Q_OBJECT
 
 public:
+    // What the panel's window is to the desktop, by the Qt platform, whether the
+    // session is Wayland's and the X11 window manager's name.
+    enum class Kind {
+        Tool, // a Wayland client's window, placed by the compositor
+        Unmanaged, // X11 override-redirect, taking the focus itself
+        Grabbing, // the same, holding keyboard and pointer grabs while shown
+        Managed, // an ordinary X11 window that the window manager focuses when it maps
+    };
+    static Kind kindFor(const QString& platform, bool waylandSession, const QString& windowManager);
+
     PanelWindow(QQmlEngine& engine, UsageStore& store, platform::Defaults& settings, PanelActions& actions);
     ~PanelWindow() override;
 
@@ -56,11 +66,14 @@ protected:
 private:
     static bool isScreenPoint(QPoint point);
     static bool waylandSession();
-    static bool x11UnderWayland();
+    static QString windowManagerName();
+    void useKind(Kind kind);
+    void skipTaskbar();
     void fitContent();
     void onActiveChanged();
 
     std::unique_ptr<QQuickItem> m_content;
+    Kind m_kind = Kind::Tool;
     QPoint m_lastClick;
     bool m_wasActive = false;
     QElapsedTimer m_closedByFocusLoss;
