@@ -742,6 +742,7 @@ private Q_SLOTS:
         | platform | wayland | manager     | kind
         XFCE                  | xcb     | no  | Xfwm4       | unmanaged
         KDE Plasma, X11       | xcb     | no  | KWin        | unmanaged
+        KDE Plasma, Wayland   | xcb     | yes | KWin        | managed
         GNOME, X11            | xcb     | no  | GNOME Shell | grabbing
         GNOME, Wayland        | xcb     | yes | GNOME Shell | managed
         mutter alone, Wayland | xcb     | yes | Mutter      | managed

@@ -2,6 +2,7 @@
 
 #include "ui/WindowFit.h"
 #include "ui/panel/LimitsPanel.h"
+#include "ui/tray/X11Desktop.h"
 
 #include <QCursor>
 #include <QGuiApplication>
@@ -10,15 +11,9 @@
 #include <QQuickItem>
 #include <QScreen>
 
-#include <QtGui/qguiapplication_platform.h>
-
-#include <xcb/xcb.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
 namespace limitra {
 
@@ -30,35 +25,12 @@ constexpr int kUnseenBar = 32;
 // A focus loss this recent was caused by the click that is now asking to toggle.
 constexpr qint64 kSameClickMs = 400;
 
-xcb_connection_t* x11Connection()
-{
-    const auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
-    return x11 ? x11->connection() : nullptr;
-}
-
-xcb_atom_t atom(xcb_connection_t* c, const char* name)
-{
-    const std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> reply(
-        xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, uint16_t(std::strlen(name)), name), nullptr),
-        &std::free);
-    return reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
-}
-
-QByteArray x11Property(xcb_connection_t* c, xcb_window_t window, xcb_atom_t name, xcb_atom_t type)
-{
-    const std::unique_ptr<xcb_get_property_reply_t, decltype(&std::free)> reply(
-        xcb_get_property_reply(c, xcb_get_property(c, 0, window, name, type, 0, 1024), nullptr), &std::free);
-    if (!reply || reply->type != type)
-        return {};
-    return QByteArray(static_cast<const char*>(xcb_get_property_value(reply.get())),
-        xcb_get_property_value_length(reply.get()));
-}
 } // namespace
 
 PanelWindow::PanelWindow(
     QQmlEngine& engine, UsageStore& store, platform::Defaults& settings, PanelActions& actions)
 {
-    useKind(kindFor(QGuiApplication::platformName(), waylandSession(), windowManagerName()));
+    useKind(kindFor(QGuiApplication::platformName(), waylandSession(), X11Desktop::windowManagerName()));
     setTitle(QStringLiteral("Límites"));
     setColor(QGuiApplication::palette().color(QPalette::Window));
     QString errors;
@@ -129,9 +101,9 @@ void PanelWindow::open(QPoint anchor)
         setPosition(place(anchor, size(), screen->availableGeometry()));
     }
     // Each time: the window manager may have been replaced since.
-    useKind(kindFor(QGuiApplication::platformName(), waylandSession(), windowManagerName()));
+    useKind(kindFor(QGuiApplication::platformName(), waylandSession(), X11Desktop::windowManagerName()));
     if (m_kind == Kind::Managed)
-        skipTaskbar();
+        X11Desktop::skipTaskbar(*this);
     m_wasActive = false;
     show();
     raise();
@@ -143,13 +115,14 @@ PanelWindow::Kind PanelWindow::kindFor(
 {
     if (platform != QLatin1String("xcb"))
         return Kind::Tool;
-    // Mutter ignores Xwayland's grabs, but focuses a window it manages when it
-    // maps and keeps it where the program put it; Escape and a click on another
-    // window then take the focus away. On X11 it leaves the focus on the panel
-    // after a click on the desktop, which only a grab sees.
+    // Mutter and KWin give an Xwayland grab no keys and no clicks on their own
+    // surfaces, but focus a window they manage when it maps and keep it where
+    // the program put it; Escape and a click on another window then take the
+    // focus away. On X11 mutter leaves the focus on the panel after a click on
+    // the desktop, which only a grab sees.
     const bool mutter
         = windowManager == QLatin1String("GNOME Shell") || windowManager == QLatin1String("Mutter");
-    if (mutter && waylandSession)
+    if ((mutter || windowManager == QLatin1String("KWin")) && waylandSession)
         return Kind::Managed;
     if (mutter)
         return Kind::Grabbing;
@@ -169,42 +142,6 @@ void PanelWindow::useKind(Kind kind)
     m_kind = kind;
     if (this->flags() != flags)
         setFlags(flags);
-}
-
-QString PanelWindow::windowManagerName()
-{
-    xcb_connection_t* c = x11Connection();
-    if (!c)
-        return {};
-    const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
-    const xcb_atom_t check = atom(c, "_NET_SUPPORTING_WM_CHECK");
-    const QByteArray wm = x11Property(c, root, check, XCB_ATOM_WINDOW);
-    xcb_window_t window = 0;
-    if (wm.size() != sizeof window)
-        return {};
-    std::memcpy(&window, wm.data(), sizeof window);
-    // A window manager that has gone leaves its root property naming a window
-    // that no longer names itself.
-    if (x11Property(c, window, check, XCB_ATOM_WINDOW) != wm)
-        return {};
-    return QString::fromUtf8(x11Property(c, window, atom(c, "_NET_WM_NAME"), atom(c, "UTF8_STRING")));
-}
-
-void PanelWindow::skipTaskbar()
-{
-    // Out of the window lists of the shell (overview, window switcher, dock),
-    // set before mapping, when the client owns the state; Qt adds its own to it.
-    xcb_connection_t* c = x11Connection();
-    if (!c)
-        return;
-    const auto window = xcb_window_t(winId());
-    const xcb_atom_t state = atom(c, "_NET_WM_STATE");
-    const QByteArray old = x11Property(c, window, state, XCB_ATOM_ATOM);
-    for (const char* name : { "_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER" }) {
-        const xcb_atom_t skip = atom(c, name);
-        if (!old.contains(QByteArray(reinterpret_cast<const char*>(&skip), sizeof skip)))
-            xcb_change_property(c, XCB_PROP_MODE_APPEND, window, state, XCB_ATOM_ATOM, 32, 1, &skip);
-    }
 }
 
 void PanelWindow::exposeEvent(QExposeEvent* event)

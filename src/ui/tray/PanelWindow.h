@@ -66,9 +66,7 @@ protected:
 private:
     static bool isScreenPoint(QPoint point);
     static bool waylandSession();
-    static QString windowManagerName();
     void useKind(Kind kind);
-    void skipTaskbar();
     void fitContent();
     void onActiveChanged();
 
