@@ -7,10 +7,12 @@
 #include "watch/TrayLink.h"
 
 #include <QCoreApplication>
+#include <QSocketNotifier>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <unistd.h>
 
 namespace limitra {
 
@@ -77,7 +79,9 @@ void WatchMode::print(bool always)
     m_last = line;
     std::fwrite(line.constData(), 1, size_t(line.size()), stdout);
     std::fputc('\n', stdout);
-    std::fflush(stdout);
+    // Nobody reads any more: the bar went away, and so does the watch.
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
+        QCoreApplication::quit();
 }
 
 int WatchMode::main(int argc, char** argv)
@@ -86,6 +90,11 @@ int WatchMode::main(int argc, char** argv)
     platform::SignalEvents::on({ SIGTERM, SIGINT }, &app, [] { QCoreApplication::quit(); });
     WatchMode watch(platform::Environment::system());
     platform::SignalEvents::on({ SIGUSR1 }, &watch, [&watch] { watch.refreshNow(); });
+    // A bar that quits or reloads closes the pipe it read: the pipe then polls
+    // as an error at once, so the watch ends then, not at its next line (it
+    // would otherwise fetch, and refresh tokens, for nobody).
+    QSocketNotifier hangUp(STDOUT_FILENO, QSocketNotifier::Exception);
+    QObject::connect(&hangUp, &QSocketNotifier::activated, &app, [] { QCoreApplication::quit(); });
     QCoreApplication::exec();
     // A fetch under way is not waited for: the bar asked to end now.
     std::fflush(stdout);

@@ -427,6 +427,11 @@ void TestJourneys::watchFollowsSignalsSettingsAndTheTray()
     QCOMPARE(next(SIGUSR1), both(11, 5, "critical")); // no tray now: the watch fetches itself
     watch.terminate();
     QVERIFY(watch.waitForFinished(1000));
+    // A bar that goes away closes the pipe it read, and the watch ends at once (the shell waits for it).
+    QProcess bar;
+    bar.setProcessEnvironment(environment);
+    bar.start(u"timeout"_s, { u"5"_s, u"sh"_s, u"-c"_s, u"\"$0\" --watch | head -n 1"_s, qEnvironmentVariable("LIMITRA_BINARY") });
+    QVERIFY(bar.waitForFinished(10000) && bar.exitCode() == 0);
     bus.kill();
     bus.waitForFinished();
 }
