@@ -97,6 +97,13 @@ QDBusConnection hostBus()
 {
     return QDBusConnection::connectToBus(QDBusConnection::SessionBus, "host");
 }
+// A signal as the desktop's services send it to the program.
+void hostSignal(const QString& path, const QString& interface, const QString& name, const QVariantList& args)
+{
+    QDBusMessage signal = QDBusMessage::createSignal(path, interface, name);
+    signal.setArguments(args);
+    hostBus().send(signal);
+}
 // The application on a store whose fetches return what the test set, with a local version feed.
 struct App
 {
@@ -600,9 +607,8 @@ private Q_SLOTS:
         const QString name = t.app->tray().serviceName();
         QTRY_COMPARE(registered, QStringList { name });
         const auto drop = [](const QString& item) {
-            hostBus().send(QDBusMessage::createSignal("/StatusNotifierWatcher", "org.kde.StatusNotifierWatcher",
-                               "StatusNotifierItemUnregistered")
-                << item);
+            hostSignal("/StatusNotifierWatcher", "org.kde.StatusNotifierWatcher", "StatusNotifierItemUnregistered",
+                { item });
         };
         drop("org.kde.StatusNotifierItem-1-1");
         QTest::qWait(1500);
@@ -694,9 +700,8 @@ private Q_SLOTS:
     void windowsFollowTheDesktopsDarkPreference()
     {
         const auto change = [](uint scheme) {
-            hostBus().send(QDBusMessage::createSignal("/org/freedesktop/portal/desktop",
-                               "org.freedesktop.portal.Settings", "SettingChanged")
-                << "org.freedesktop.appearance" << "color-scheme" << QVariant::fromValue(QDBusVariant(scheme)));
+            hostSignal("/org/freedesktop/portal/desktop", "org.freedesktop.portal.Settings", "SettingChanged",
+                { "org.freedesktop.appearance", "color-scheme", QVariant::fromValue(QDBusVariant(scheme)) });
         };
         portal.scheme = 1;
         App& t = app();
@@ -814,9 +819,8 @@ private Q_SLOTS:
         QCOMPARE(notifications.first, "Limitra|0|app.limitra.Limitra|default,Límites|app.limitra.Limitra|-1");
         QCOMPARE(modeOf(file), 0600);
         QCOMPARE(readFile(file).count("claude-5h"), 1); // only the open window is kept
-        hostBus().send(QDBusMessage::createSignal(
-                           "/org/freedesktop/Notifications", "org.freedesktop.Notifications", "ActionInvoked")
-            << uint(notifications.calls.size()) << "default");
+        hostSignal("/org/freedesktop/Notifications", "org.freedesktop.Notifications", "ActionInvoked",
+            { uint(notifications.calls.size()), "default" });
         QTRY_VERIFY(t->app->panel().isVisible());
     }
 };
