@@ -30,7 +30,6 @@ constexpr qint64 kSameClickMs = 400;
 PanelWindow::PanelWindow(
     QQmlEngine& engine, UsageStore& store, platform::Defaults& settings, PanelActions& actions)
 {
-    useKind(kindFor(QGuiApplication::platformName(), waylandSession(), X11Desktop::windowManagerName()));
     setTitle(QStringLiteral("Límites"));
     setColor(QGuiApplication::palette().color(QPalette::Window));
     QString errors;
@@ -100,7 +99,8 @@ void PanelWindow::open(QPoint anchor)
         setScreen(screen);
         setPosition(place(anchor, size(), screen->availableGeometry()));
     }
-    // Each time: the window manager may have been replaced since.
+    // Decided at each opening, just before the window maps: the window manager
+    // may have been replaced since the last.
     useKind(kindFor(QGuiApplication::platformName(), waylandSession(), X11Desktop::windowManagerName()));
     if (m_kind == Kind::Managed)
         X11Desktop::skipTaskbar(*this);
